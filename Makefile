@@ -1,0 +1,34 @@
+# The project's front door: `make test`, `make demo`, `make bench`.
+.PHONY: all deps build test test-windows test-native bench demo format clean
+
+all: build
+
+deps:
+	@scripts/install-deps.sh
+
+build: deps
+	cmake --preset windows
+	cmake --build --preset windows
+
+test-windows: build
+	ctest --preset windows
+
+test-native: deps
+	cmake --preset native
+	cmake --build --preset native
+	ctest --preset native
+
+test: test-windows test-native
+
+bench: build
+	cmake --build --preset windows --target bench
+	scripts/run-benchmarks.sh build
+
+demo: build
+	scripts/demo.sh build
+
+format:
+	git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+clean:
+	rm -rf build

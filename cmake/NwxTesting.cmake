@@ -1,0 +1,50 @@
+# Test helpers shared by every folder.
+
+# Builds GoogleTest from Debian's sources (cross-built for Windows, natively otherwise).
+macro(nwx_add_googletest)
+    set(NWX_GTEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest sources")
+    set(gtest_force_shared_crt ON CACHE BOOL "" FORCE)
+    set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+    set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
+    add_subdirectory(${NWX_GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+endmacro()
+
+# nwx_add_test(<name> SOURCES ... [LIBS ...] [ENVIRONMENT ...] [TIMEOUT s] [NO_MAIN])
+# One ctest entry per executable. On Windows the executable runs under Wine through the
+# toolchain's emulator; natively it runs under ASan/UBSan.
+function(nwx_add_test name)
+    cmake_parse_arguments(T "NO_MAIN" "TIMEOUT" "SOURCES;LIBS;ENVIRONMENT" ${ARGN})
+    add_executable(${name} ${T_SOURCES})
+    if(T_NO_MAIN)
+        target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gmock)
+    else()
+        target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest_main GTest::gmock)
+    endif()
+    add_test(NAME ${name} COMMAND ${name})
+    if(NOT T_TIMEOUT)
+        set(T_TIMEOUT 300)
+    endif()
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${T_TIMEOUT})
+    if(T_ENVIRONMENT)
+        set_tests_properties(${name} PROPERTIES ENVIRONMENT "${T_ENVIRONMENT}")
+    endif()
+endfunction()
+
+# nwx_add_fuzzer(<name> SOURCES ... [LIBS ...] [SECONDS n])
+# Native only: a libFuzzer target that ctest runs for a bounded time under ASan/UBSan.
+function(nwx_add_fuzzer name)
+    cmake_parse_arguments(F "" "SECONDS" "SOURCES;LIBS" ${ARGN})
+    if(WIN32 OR NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        return()
+    endif()
+    if(NOT F_SECONDS)
+        set(F_SECONDS 20)
+    endif()
+    add_executable(${name} ${F_SOURCES})
+    target_compile_options(${name} PRIVATE -fsanitize=fuzzer)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    target_link_libraries(${name} PRIVATE ${F_LIBS})
+    add_test(NAME ${name} COMMAND ${name} -max_total_time=${F_SECONDS} -rss_limit_mb=1024
+             -print_final_stats=1)
+    set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+endfunction()
