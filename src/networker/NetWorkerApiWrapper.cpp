@@ -1,0 +1,393 @@
+#include "NetWorkerApiWrapper.h"
+
+#include <cstring>
+#include <string_view>
+#include <type_traits>
+
+#include "InstallDirectory.h"
+#include "NsrInfoOutput.h"
+#include "common/MethodTracer.h"
+#include "common/TarnError.h"
+#include "common/WideFormat.h"
+#include "interfaces/NetWorkerStatus.h"
+
+namespace {
+
+// The service configuration buffer, and the smaller size announced for it on purpose.
+constexpr DWORD kServiceConfigCapacity = 4096;
+constexpr DWORD kServiceConfigAnnounced = 4086;
+
+// GetProcAddress result to a typed entry point; void (*)() converts to any function type.
+template <typename Fn>
+Fn AsEntryPoint(FARPROC proc) {
+    return reinterpret_cast<Fn>(reinterpret_cast<void (*)()>(proc));
+}
+
+// A fixed-capacity narrow field of an XBSA record, which may fill its array without a zero.
+template <size_t N>
+std::string_view BoundedField(const char (&field)[N]) {
+    return std::string_view(field, strnlen(field, N));
+}
+
+// A module field gets a new load. A retried Initialize overwrites handles of an earlier
+// partial load without freeing them; hosts have always seen those libraries stay loaded.
+void StoreModule(UniqueModule& field, HMODULE module) {
+    (void)field.release();
+    field.reset(module);
+}
+
+// The five pipe handles of one nsrinfo.exe run, closed in their fixed order.
+struct NsrInfoPipes {
+    UniqueHandle outputRead;
+    UniqueHandle outputWrite;
+    UniqueHandle errorWrite;  // duplicate of outputWrite: the child's standard error
+    UniqueHandle inputRead;
+    UniqueHandle inputWrite;  // nothing is ever written to it
+
+    ~NsrInfoPipes() {
+        outputRead.reset();
+        outputWrite.reset();
+        inputRead.reset();
+        inputWrite.reset();
+        errorWrite.reset();
+    }
+};
+
+}  // namespace
+
+NetWorkerApiWrapper::NetWorkerApiWrapper()
+    : m_log(OwnedLogger::AcquireOrThrow(L"NetWorkerApiWrapper")) {}
+
+NetWorkerApiWrapper::~NetWorkerApiWrapper() {
+    // Frees while the logger still takes the trace lines; m_log goes next, m_installDir last.
+    FreeNetWorkerLibraries();
+}
+
+int32_t NetWorkerApiWrapper::Initialize() {
+    static const wchar_t kMethod[] = L"NetWorkerApiWrapper::Initialize";
+    NWX_TRACE_METHOD(Log(), kMethod);
+    if (m_initialized) {
+        return NetWorkerStatus::Success;
+    }
+
+    int32_t status = NetWorkerStatus::Success;
+    try {
+        status = GetInstallDirectory(m_installDir);
+        // Only a negative status stops here. The lookup's own codes (110, 1627) are positive,
+        // so loading carries on with the directory as it stood: hosts depend on that.
+        if (status < 0) {
+            RaiseTarnError(Log(), status, kMethod, L"GetInstallDirectory Failed");
+        }
+        LoadNetWorkerLibraries(m_installDir);
+        GetNetWorkerProcAddresses();
+        InitializeNetWorkerApi();
+    } catch (TarnError error) {
+        return error.code;
+    }
+    m_initialized = true;
+    return status;
+}
+
+int32_t NetWorkerApiWrapper::GetInstallDirectory(std::wstring& dir) {
+    static const wchar_t kMethod[] = L"NetWorkerApiWrapper::GetInstallDirectory";
+    NWX_TRACE_METHOD(Log(), kMethod);
+    try {
+        UniqueServiceHandle manager(
+            OpenSCManagerW(nullptr, SERVICES_ACTIVE_DATABASEW, GENERIC_READ));
+        if (!manager) {
+            RaiseTarnError(Log(), NetWorkerStatus::OpenFailed, kMethod,
+                           L"Could not open SCManager");
+        }
+        // The service manager handle is never closed; kept as hosts have always seen it.
+        const SC_HANDLE managerHandle = manager.release();
+
+        UniqueServiceHandle service(OpenServiceW(managerHandle, L"nsrexecd", SERVICE_QUERY_CONFIG));
+        if (!service) {
+            RaiseTarnError(Log(), NetWorkerStatus::OpenFailed, kMethod,
+                           L"Could not open service nsrexecd");
+        }
+
+        alignas(QUERY_SERVICE_CONFIGW) BYTE buffer[kServiceConfigCapacity] = {};
+        auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer);
+        DWORD needed = 0;
+        if (!QueryServiceConfigW(service.get(), config, kServiceConfigAnnounced, &needed)) {
+            // The failure path closes no handle, as it always did.
+            (void)service.release();
+            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
+                           L"QueryServiceConfig failed");
+        }
+
+        dir = config->lpBinaryPathName != nullptr ? config->lpBinaryPathName : L"";
+        if (!dir.empty()) {
+            dir = StripBeforeDriveLetter(dir);
+        }
+        dir = CutAtLastBackslash(dir);
+    } catch (TarnError error) {
+        return error.code;
+    }
+    return NetWorkerStatus::Success;
+}
+
+void NetWorkerApiWrapper::LoadNetWorkerLibraries(std::wstring dir) {
+    static const wchar_t kMethod[] = L"NetWorkerApiWrapper::LoadNetWorkerLibraries";
+    NWX_TRACE_METHOD(Log(), kMethod);
+
+    struct LibraryRow {
+        const char* name;
+        UniqueModule NetWorkerApiWrapper::*module;
+    };
+    static const LibraryRow kLibraries[] = {
+        {"\\liblocal.dll", &NetWorkerApiWrapper::m_liblocal},
+        {"\\librpc.dll", &NetWorkerApiWrapper::m_librpc},
+        {"\\librap.dll", &NetWorkerApiWrapper::m_librap},
+        {"\\libnsr.dll", &NetWorkerApiWrapper::m_libnsr},
+        {"\\libasm.dll", &NetWorkerApiWrapper::m_libasm},
+        {"\\libbsa.dll", &NetWorkerApiWrapper::m_libbsa},
+    };
+
+    const auto load = [&dir](const char* name) {
+        wchar_t wideName[MAX_PATH] = {};
+        MultiByteToWideChar(CP_ACP, 0, name, -1, wideName, MAX_PATH);
+        return LoadLibraryW((dir + wideName).c_str());
+    };
+
+    for (const LibraryRow& row : kLibraries) {
+        UniqueModule& field = this->*row.module;
+        StoreModule(field, load(row.name));
+        if (field) {
+            continue;
+        }
+        if (row.module == &NetWorkerApiWrapper::m_libbsa) {
+            StoreModule(field, load("\\libnsrbsa.dll"));
+            if (field) {
+                Log()->Info(kMethod, L"Loaded 'libnsrbsa.dll'");
+                continue;
+            }
+        }
+        // Names the first file of the row, libbsa.dll, even when libnsrbsa.dll was tried last.
+        RaiseTarnError(Log(), NetWorkerStatus::DllNotFound, kMethod, L"LoadLibrary Failed: %S",
+                       row.name + 1);
+    }
+}
+
+void NetWorkerApiWrapper::GetNetWorkerProcAddresses() {
+    static const wchar_t kMethod[] = L"NetWorkerApiWrapper::GetNetWorkerProcAddresses";
+    NWX_TRACE_METHOD(Log(), kMethod);
+
+    const auto resolve = [this](const UniqueModule& module, const char* name, auto& entryPoint) {
+        using Fn = std::remove_reference_t<decltype(entryPoint)>;
+        entryPoint = AsEntryPoint<Fn>(GetProcAddress(module.get(), name));
+        if (entryPoint == nullptr) {
+            RaiseTarnError(Log(), NetWorkerStatus::EntryPointMissing, kMethod,
+                           L"GetProcAddress Failed: %S", name);
+        }
+    };
+
+    resolve(m_liblocal, "_lginit", m_lginit);
+    resolve(m_libnsr, "nsrlib_init", m_nsrlib_init);
+    resolve(m_libbsa, "BSAInit", m_BSAInit);
+    resolve(m_libbsa, "BSATerminate", m_BSATerminate);
+    resolve(m_libbsa, "BSABeginTxn", m_BSABeginTxn);
+    resolve(m_libbsa, "BSAEndTxn", m_BSAEndTxn);
+    resolve(m_libbsa, "BSAQueryObject", m_BSAQueryObject);
+    resolve(m_libbsa, "BSAQueryApiVersion", m_BSAQueryApiVersion);
+    resolve(m_libbsa, "BSAGetNextQueryObject", m_BSAGetNextQueryObject);
+    resolve(m_libbsa, "BSAGetObject", m_BSAGetObject);
+    resolve(m_libbsa, "BSAGetData", m_BSAGetData);
+    resolve(m_libbsa, "BSAEndData", m_BSAEndData);
+}
+
+void NetWorkerApiWrapper::InitializeNetWorkerApi() {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::InitializeNetWorkerApi");
+    // Both results are ignored: NetWorker reports its own start-up trouble later, in BSAInit.
+    m_lginit("nsr", nullptr, nullptr);
+    void* context = nullptr;
+    m_nsrlib_init(&context);
+}
+
+void NetWorkerApiWrapper::FreeNetWorkerLibraries() {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::FreeNetWorkerLibraries");
+    // Load order, not reversed: hosts have always seen liblocal.dll go first.
+    m_liblocal.reset();
+    m_librpc.reset();
+    m_librap.reset();
+    m_libnsr.reset();
+    m_libasm.reset();
+    m_libbsa.reset();
+}
+
+int32_t NetWorkerApiWrapper::BSAInit(BSA_Handle* handle, BSA_SecurityToken* token,
+                                     BSA_ObjectOwner* owner, char** environment) {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSAInit");
+    return m_BSAInit(handle, token, owner, environment);
+}
+
+int32_t NetWorkerApiWrapper::BSATerminate(BSA_Handle handle) {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSATerminate");
+    return m_BSATerminate(handle);
+}
+
+int32_t NetWorkerApiWrapper::BSABeginTxn(BSA_Handle handle) {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSABeginTxn");
+    return m_BSABeginTxn(handle);
+}
+
+int32_t NetWorkerApiWrapper::BSAEndTxn(BSA_Handle handle) {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSAEndTxn");
+    // The handle alone, no vote: hosts and NetWorker have always used this one-argument form.
+    return m_BSAEndTxn(handle);
+}
+
+int32_t NetWorkerApiWrapper::BSAQueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,
+                                            BSA_ObjectDescriptor* descriptor) {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSAQueryObject");
+    return m_BSAQueryObject(handle, query, descriptor);
+}
+
+int32_t NetWorkerApiWrapper::BSAQueryApiVersion(BSA_ApiVersion* version) {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSAQueryApiVersion");
+    return m_BSAQueryApiVersion(version);
+}
+
+int32_t NetWorkerApiWrapper::BSAGetNextQueryObject(BSA_Handle handle,
+                                                   BSA_ObjectDescriptor* descriptor) {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSAGetNextQueryObject");
+    return m_BSAGetNextQueryObject(handle, descriptor);
+}
+
+int32_t NetWorkerApiWrapper::BSAGetObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor,
+                                          BSA_DataBlock32* dataBlock) {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSAGetObject");
+    return m_BSAGetObject(handle, descriptor, dataBlock);
+}
+
+int32_t NetWorkerApiWrapper::BSAGetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSAGetData");
+    return m_BSAGetData(handle, dataBlock);
+}
+
+int32_t NetWorkerApiWrapper::BSAEndData(BSA_Handle handle) {
+    NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSAEndData");
+    return m_BSAEndData(handle);
+}
+
+int32_t NetWorkerApiWrapper::CorrectFileSize(const BSA_ObjectDescriptor* desc, uint64_t* size,
+                                             const char* serverName, const char* clientName) {
+    static const wchar_t kMethod[] = L"NetWorkerApiWrapper::CorrectFileSize";
+    NWX_TRACE_METHOD(Log(), kMethod);
+    NsrInfoPipes pipes;
+    if (size != nullptr) {
+        *size = 0;
+    }
+
+    int32_t status = NetWorkerStatus::Success;
+    try {
+        if (desc == nullptr || size == nullptr || serverName == nullptr || clientName == nullptr) {
+            RaiseTarnError(Log(), NetWorkerStatus::InvalidArgument, kMethod,
+                           L"CorrectFileSize called with a null argument");
+        }
+
+        SECURITY_ATTRIBUTES inheritable = {};
+        inheritable.nLength = sizeof(inheritable);
+        inheritable.lpSecurityDescriptor = nullptr;
+        inheritable.bInheritHandle = TRUE;
+
+        if (!CreatePipe(pipes.outputRead.put(), pipes.outputWrite.put(), &inheritable, 0)) {
+            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
+                           L"CreatePipe stdout failed");
+        }
+        const HANDLE self = GetCurrentProcess();
+        if (!DuplicateHandle(self, pipes.outputWrite.get(), self, pipes.errorWrite.put(), 0, TRUE,
+                             DUPLICATE_SAME_ACCESS)) {
+            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
+                           L"DuplicateHandle failed");
+        }
+        if (!CreatePipe(pipes.inputRead.put(), pipes.inputWrite.put(), &inheritable, 0)) {
+            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
+                           L"CreatePipe stdin failed");
+        }
+
+        STARTUPINFOA startup = {};
+        startup.cb = sizeof(startup);
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdInput = pipes.inputRead.get();
+        startup.hStdOutput = pipes.outputWrite.get();
+        startup.hStdError = pipes.errorWrite.get();
+
+        char quotedName[kNsrInfoTextCapacity] = {};
+        FormatQuotedObjectName(quotedName, sizeof(quotedName),
+                               BoundedField(desc->objectName.objectSpaceName),
+                               BoundedField(desc->objectName.pathName));
+
+        char programPath[kNsrInfoTextCapacity] = {};
+        wchar_t wideProgramPath[kNsrInfoTextCapacity] = {};
+        if (!m_installDir.empty()) {
+            FormatWide(wideProgramPath, kNsrInfoTextCapacity, L"%ls\\nsrinfo.exe",
+                       m_installDir.c_str());
+            WideCharToMultiByte(CP_ACP, 0, wideProgramPath, -1, programPath,
+                                static_cast<int>(kNsrInfoTextCapacity), nullptr, nullptr);
+        } else {
+            // The bare name: the system's search finds the tool.
+            std::strcpy(programPath, "nsrinfo.exe");
+            MultiByteToWideChar(CP_ACP, 0, programPath, -1, wideProgramPath,
+                                static_cast<int>(kNsrInfoTextCapacity));
+        }
+
+        char arguments[kNsrInfoTextCapacity] = {};
+        wchar_t wideArguments[kNsrInfoTextCapacity] = {};
+        FormatNsrInfoArguments(arguments, sizeof(arguments), serverName, quotedName, clientName);
+        MultiByteToWideChar(CP_ACP, 0, arguments, -1, wideArguments,
+                            static_cast<int>(kNsrInfoTextCapacity));
+
+        Log()->Info(kMethod, L"%ls %ls", wideProgramPath, wideArguments);
+
+        // The argument line alone, without the program name: the child's first word is "-v",
+        // which NetWorker's tool has always accepted.
+        PROCESS_INFORMATION child = {};
+        if (!CreateProcessA(programPath, arguments, nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
+                            nullptr, nullptr, &startup, &child)) {
+            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
+                           L"CreateProcess failed: %ls", wideProgramPath);
+        }
+        UniqueHandle childProcess(child.hProcess);
+        UniqueHandle childThread(child.hThread);
+        // The child's process and thread handles are never closed; kept as hosts have seen it.
+        const HANDLE process = childProcess.release();
+        (void)childThread.release();
+
+        // Wait first, read after: a silent child or one that overfills the pipe never lets
+        // this return. Hosts have always had this unbounded wait.
+        WaitForSingleObject(process, INFINITE);
+
+        DWORD exitCode = 0;
+        if (!GetExitCodeProcess(process, &exitCode)) {
+            Log()->Error(kMethod, L"GetExitCodeProcess failed. GetLastError() 0x%08lx",
+                         static_cast<unsigned long>(GetLastError()));
+        }
+
+        char output[kNsrInfoReadLimit + 1] = {};
+        DWORD bytesRead = 0;
+        if (!ReadFile(pipes.outputRead.get(), output, static_cast<DWORD>(kNsrInfoReadLimit),
+                      &bytesRead, nullptr)) {
+            bytesRead = 0;
+        }
+        output[bytesRead] = '\0';
+
+        if (exitCode != 0) {
+            Log()->Info(kMethod, L"%ls %ls", wideProgramPath, wideArguments);
+            Log()->Info(kMethod, L"%S", output);
+            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
+                           L"nsrinfo.exe failed: 0x%08lx", static_cast<unsigned long>(exitCode));
+        }
+
+        // No marker, an empty read or a failed read: reported like an unreadable value.
+        const NsrInfoSize parsed = ParseNsrInfoSize(std::string_view(output, bytesRead));
+        if (parsed.outcome != NsrInfoSizeOutcome::Parsed) {
+            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod, L"Invalid file size");
+        }
+        *size = parsed.size;
+    } catch (TarnError error) {
+        status = error.code;
+    }
+    return status;
+}
