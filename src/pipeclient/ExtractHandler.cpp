@@ -1,0 +1,101 @@
+#include "ExtractHandler.h"
+
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "common/MethodTracer.h"
+#include "pipe/PipeMessageBuilders.h"
+#include "pipe/WireStrings.h"
+
+namespace {
+
+void ThrowIfNull(const void* pointer, const char* text) {
+    if (pointer == nullptr) {
+        throw std::invalid_argument(text);
+    }
+}
+
+// A field that fills all its units has no terminator; the executor would read past it.
+void ThrowIfUnterminated(const void* field, const char* fieldName) {
+    if (WideFieldLength(field, kIpcWideFieldSize) == kIpcWideFieldSize) {
+        throw std::invalid_argument(std::string("IpcBeginExtractFile ") + fieldName +
+                                    " has no terminator");
+    }
+}
+
+}  // namespace
+
+ExtractHandler::ExtractHandler(INamedPipeConnection* connection, INetWorkerExecutor* executor,
+                               ILog* log)
+    : m_connection(connection), m_executor(executor), m_log(log) {
+    ThrowIfNull(connection, "ExtractHandler needs a connection");
+    ThrowIfNull(executor, "ExtractHandler needs an executor");
+    ThrowIfNull(log, "ExtractHandler needs a logger");
+    NWX_TRACE_METHOD(m_log, L"ExtractHandler::ExtractHandler");
+    std::memset(m_answer.bytes, 0, sizeof m_answer.bytes);
+}
+
+ExtractHandler::~ExtractHandler() {
+    NWX_TRACE_METHOD(m_log, L"ExtractHandler::~ExtractHandler");
+}
+
+bool ExtractHandler::HandleBeginExtract(const IpcBeginExtract& /*request*/) {
+    NWX_TRACE_METHOD(m_log, L"ExtractHandler::HandleBeginExtract");
+    const int32_t status = m_executor->BeginExtract();
+    IpcSend(*m_connection, IpcBuildStatusReply<IpcFinishBeginExtract>(status));
+    return false;
+}
+
+bool ExtractHandler::HandleExtractFile(const IpcBeginExtractFile& request) {
+    NWX_TRACE_METHOD(m_log, L"ExtractHandler::HandleExtractFile");
+    const void* directory = IpcDirectoryField(request);
+    const void* fileName = IpcFileNameField(request);
+    ThrowIfUnterminated(directory, "directory");
+    ThrowIfUnterminated(fileName, "fileName");
+    int32_t status = 0;
+#ifdef _WIN32
+    // wchar_t is UTF-16 here: the fields are passed in place; the request stays in the
+    // service's receive buffer for the whole call, answers go to this handler's buffer.
+    status = m_executor->ExtractFile(request.index, static_cast<const wchar_t*>(directory),
+                                     static_cast<const wchar_t*>(fileName), this, this);
+#else
+    const std::wstring directoryText = WideFieldToString(directory, kIpcWideFieldSize);
+    const std::wstring fileNameText = WideFieldToString(fileName, kIpcWideFieldSize);
+    status = m_executor->ExtractFile(request.index, directoryText.c_str(), fileNameText.c_str(),
+                                     this, this);
+#endif
+    IpcSend(*m_connection, IpcBuildStatusReply<IpcFinishExtractFile>(status));
+    return false;
+}
+
+bool ExtractHandler::HandleEndExtract(const IpcEndExtract& /*request*/) {
+    NWX_TRACE_METHOD(m_log, L"ExtractHandler::HandleEndExtract");
+    const int32_t status = m_executor->EndExtract();
+    IpcSend(*m_connection, IpcBuildStatusReply<IpcFinishEndExtract>(status));
+    return false;
+}
+
+bool ExtractHandler::UpdateProgress(NetWorkerProgressInfo* progress) {
+    static constexpr wchar_t kMethod[] = L"ExtractHandler::UpdateProgress";
+    NWX_TRACE_METHOD(m_log, kMethod);
+    ThrowIfNull(progress, "UpdateProgress needs a progress record");
+    IpcSend(*m_connection, IpcBuildUpdateProgress(*progress));
+    const uint32_t received = ReceiveHostAnswer(*m_connection, m_answer);
+    return JudgeStopAnswer(m_answer, received, m_log, kMethod);
+}
+
+uint32_t ExtractHandler::NetWorkerError(uint32_t code) {
+    IpcSend(*m_connection, IpcBuildNetWorkerError(code));
+    const uint32_t received = ReceiveHostAnswer(*m_connection, m_answer);
+    return JudgeValueAnswer<IpcNetWorkerErrorResponse>(m_answer, received, m_log,
+                                                       L"ExtractHandler::NetWorkerError");
+}
+
+uint32_t ExtractHandler::AllocationError(const NetWorkerAllocationInfo* info) {
+    ThrowIfNull(info, "AllocationError needs an allocation record");
+    IpcSend(*m_connection, IpcBuildAllocationError(*info));
+    const uint32_t received = ReceiveHostAnswer(*m_connection, m_answer);
+    return JudgeValueAnswer<IpcAllocationErrorResponse>(m_answer, received, m_log,
+                                                        L"ExtractHandler::AllocationError");
+}

@@ -1,0 +1,174 @@
+#include "NetWorkerNamedPipeClient.h"
+
+#include <cstring>
+#include <stdexcept>
+
+#include "CatalogHandler.h"
+#include "ExtractHandler.h"
+#include "FindFileSizeHandler.h"
+#include "common/MethodTracer.h"
+#include "common/OwnedLogger.h"
+#include "pipe/PipeMessageBuilders.h"
+
+namespace {
+
+constexpr uint32_t kOpenTimeoutMilliseconds = 10000;
+
+void ThrowIfNull(const void* pointer, const char* text) {
+    if (pointer == nullptr) {
+        throw std::invalid_argument(text);
+    }
+}
+
+[[noreturn]] void ThrowInvalidMessageType() {
+    throw std::runtime_error("Invalid message type received!");
+}
+
+// The request as its exact-size view; a served type with a wrong size field is refused like
+// an unserved type, never read.
+template <typename Request>
+const Request& RequestView(const unsigned char* message, uint32_t bytesReceived) {
+    const Request* request = IpcView<Request>(message, bytesReceived);
+    if (request == nullptr) {
+        ThrowInvalidMessageType();
+    }
+    return *request;
+}
+
+// One request, one handler, one logger. A logger that cannot be obtained ends the session
+// without a reply: true.
+template <typename Handler, typename Request>
+bool ServeRequest(const wchar_t* loggerName, const Request& request,
+                  bool (Handler::*operation)(const Request&), INamedPipeConnection* connection,
+                  INetWorkerExecutor* executor) {
+    ILog* handlerLog = nullptr;
+    const int status = GetLogger(loggerName, &handlerLog);
+    const OwnedLogger owned(handlerLog);  // released after the handler, on every way out
+    if (status != 0) {
+        return true;
+    }
+    Handler handler(connection, executor, handlerLog);
+    return (handler.*operation)(request);
+}
+
+// The names as the executor sees them: at most 254 characters and always terminated, even
+// when a sender filled a whole field.
+struct InitializeNames {
+    char clientName[kIpcNameFieldSize + 1] = {};
+    char serverName[kIpcNameFieldSize + 1] = {};
+};
+
+}  // namespace
+
+NetWorkerNamedPipeClient::NetWorkerNamedPipeClient(const wchar_t* pipeName,
+                                                   INamedPipeConnection* connection,
+                                                   INetWorkerExecutor* executor, ILog* log)
+    : m_connection(connection), m_executor(executor), m_log(log) {
+    ThrowIfNull(pipeName, "NetWorkerNamedPipeClient needs a pipe name");
+    ThrowIfNull(connection, "NetWorkerNamedPipeClient needs a connection");
+    ThrowIfNull(executor, "NetWorkerNamedPipeClient needs an executor");
+    ThrowIfNull(log, "NetWorkerNamedPipeClient needs a logger");
+    NWX_TRACE_METHOD(m_log, L"NetWorkerNamedPipeClient::NetWorkerNamedPipeClient");
+    m_pipeName = pipeName;
+    std::memset(m_receiveBuffer, 0, sizeof m_receiveBuffer);
+}
+
+NetWorkerNamedPipeClient::~NetWorkerNamedPipeClient() {
+    NWX_TRACE_METHOD(m_log, L"NetWorkerNamedPipeClient::~NetWorkerNamedPipeClient");
+}
+
+bool NetWorkerNamedPipeClient::ReceiveIntoBuffer(uint32_t* bytesReceived) {
+    std::memset(m_receiveBuffer, 0, sizeof m_receiveBuffer);
+    *bytesReceived = kIpcMaxMessageSize;
+    return m_connection->Receive(m_receiveBuffer, bytesReceived);
+}
+
+void NetWorkerNamedPipeClient::Run() {
+    static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeClient::Run";
+    NWX_TRACE_METHOD(m_log, kMethod);
+    m_log->Debug(kMethod, L"Opening named pipe named '%ls'", m_pipeName.c_str());
+    m_connection->OpenExisting(m_pipeName.c_str(), kOpenTimeoutMilliseconds);
+    m_log->Debug(kMethod, L"Pipe opened...waiting for IpcBeginInitialize message");
+
+    uint32_t bytesReceived = 0;
+    if (!ReceiveIntoBuffer(&bytesReceived)) {
+        throw std::runtime_error("NamedPipe connection closed ");
+    }
+    const IpcBeginInitialize* begin = IpcView<IpcBeginInitialize>(m_receiveBuffer, bytesReceived);
+    if (begin == nullptr) {
+        throw std::runtime_error(
+            "Was expecting to receive BeginInitialize, but something else was received.");
+    }
+    m_log->Debug(kMethod, L"IpcBeginInitialize received...calling initialize on executor.");
+    InitializeNames names;
+    std::memcpy(names.clientName, begin->clientName, kIpcNameFieldSize);
+    std::memcpy(names.serverName, begin->serverName, kIpcNameFieldSize);
+    const int32_t status = m_executor->Initialize(names.clientName, names.serverName);
+
+    // The reply goes out before the status is judged, so the host always learns it.
+    m_log->Debug(kMethod, L"Sending IpcFinishInitialize message");
+    IpcSend(*m_connection, IpcBuildStatusReply<IpcFinishInitialize>(status));
+    if (status < 0) {
+        throw std::runtime_error("INetWorkerExecutor::Initialize failed.");
+    }
+
+    for (;;) {
+        m_log->Debug(kMethod, L"Waiting for next message...");
+        if (!ReceiveIntoBuffer(&bytesReceived)) {
+            m_log->Debug(kMethod, L"Pipe connection was closed...exiting...");
+            break;
+        }
+        const bool exiting = HandleMessage(m_receiveBuffer, bytesReceived);
+        m_log->Debug(kMethod, L"Message processed.  Exiting=%s", exiting ? L"true" : L"false");
+        if (exiting) {
+            break;
+        }
+    }
+}
+
+bool NetWorkerNamedPipeClient::HandleMessage(const unsigned char* message, uint32_t bytesReceived) {
+    static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeClient::HandleMessage";
+    NWX_TRACE_METHOD(m_log, kMethod);
+    const uint32_t type = IpcReceivedType(message, bytesReceived);
+    if (type == 0) {  // also fewer than 8 bytes
+        throw std::runtime_error("Invalid message received!");
+    }
+    m_log->Debug(kMethod, L"Received message of type %i", static_cast<int>(type));
+    switch (type) {
+        case IpcTypeShouldCancel:
+            return HandleCancelMessage(RequestView<IpcShouldCancel>(message, bytesReceived));
+        case IpcTypeBeginCatalog:
+            return ServeRequest(L"CatalogHandler",
+                                RequestView<IpcBeginCatalog>(message, bytesReceived),
+                                &CatalogHandler::HandleTransaction, m_connection, m_executor);
+        case IpcTypeBeginGetFileSize:
+            return ServeRequest(
+                L"FindFileSizeHandler", RequestView<IpcBeginGetFileSize>(message, bytesReceived),
+                &FindFileSizeHandler::HandleFileSizeMessage, m_connection, m_executor);
+        case IpcTypeBeginExtract:
+            return ServeRequest(L"ExtractHandler",
+                                RequestView<IpcBeginExtract>(message, bytesReceived),
+                                &ExtractHandler::HandleBeginExtract, m_connection, m_executor);
+        case IpcTypeBeginExtractFile:
+            return ServeRequest(L"ExtractHandler",
+                                RequestView<IpcBeginExtractFile>(message, bytesReceived),
+                                &ExtractHandler::HandleExtractFile, m_connection, m_executor);
+        case IpcTypeEndExtract:
+            return ServeRequest(L"ExtractHandler",
+                                RequestView<IpcEndExtract>(message, bytesReceived),
+                                &ExtractHandler::HandleEndExtract, m_connection, m_executor);
+        default:
+            // Everything the helper itself sends, answers that belong inside a callback,
+            // IpcBeginInitialize after the handshake and unknown numbers.
+            ThrowInvalidMessageType();
+    }
+}
+
+bool NetWorkerNamedPipeClient::HandleCancelMessage(const IpcShouldCancel& message) {
+    static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeClient::HandleCancelMessage";
+    NWX_TRACE_METHOD(m_log, kMethod);
+    const uint32_t response = message.response;
+    m_log->Debug(kMethod, L"Handling IpcShouldCancel message with response=%i",
+                 static_cast<int>(response));
+    return response == eQuit;
+}
