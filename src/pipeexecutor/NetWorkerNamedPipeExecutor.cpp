@@ -1,0 +1,290 @@
+#include "NetWorkerNamedPipeExecutor.h"
+
+#include <windows.h>
+
+#include <cstring>
+#include <cwchar>
+#include <stdexcept>
+#include <vector>
+
+#include "common/MethodTracer.h"
+#include "common/UniqueHandle.h"
+#include "pipe/PipeMessageBuilders.h"
+
+namespace {
+
+constexpr int32_t kStatusFail = static_cast<int32_t>(0x80004005);        // E_FAIL
+constexpr int32_t kStatusInvalidArg = static_cast<int32_t>(0x80070057);  // E_INVALIDARG
+constexpr int32_t kStatusPipeClosed = 109;  // ERROR_BROKEN_PIPE, positive on purpose
+constexpr wchar_t kClientProgram[] = L"NetWorker64BitClient.exe";
+
+// The connection throws on failures; a method left by an exception writes no "Method End".
+#define NWX_TRACE_PIPE_METHOD(method) \
+    ScopedMethodTracer methodTracer(m_log.Get(), (method), MethodEndOnUnwind::Skip)
+
+uint32_t CancelResponse(bool stop) {
+    return stop ? eQuit : eContinue;
+}
+
+}  // namespace
+
+NetWorkerNamedPipeExecutor::NetWorkerNamedPipeExecutor(const wchar_t* pipeName,
+                                                       INamedPipeConnection* connection,
+                                                       LaunchClientFunction launchClient)
+    : m_launchClient(launchClient),
+      m_pipeName(),
+      m_connection(connection),
+      m_log(OwnedLogger::AcquireOrThrow(L"NetWorkerNamedPipeExecutor")) {
+    m_pipeName = pipeName;
+    std::memset(m_buffer, 0, sizeof m_buffer);
+}
+
+NetWorkerNamedPipeExecutor::~NetWorkerNamedPipeExecutor() = default;
+
+long NetWorkerNamedPipeExecutor::StartClientProcess(const wchar_t* pipeName) {
+    // CreateProcessW may write into the command line, so it gets its own copy.
+    std::vector<wchar_t> commandLine(pipeName, pipeName + std::wcslen(pipeName) + 1);
+    STARTUPINFOW startup;
+    std::memset(&startup, 0, sizeof startup);
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process;
+    std::memset(&process, 0, sizeof process);
+    if (!::CreateProcessW(kClientProgram, commandLine.data(), nullptr, nullptr, FALSE,
+                          NORMAL_PRIORITY_CLASS, nullptr, nullptr, &startup, &process)) {
+        const long error = static_cast<long>(::GetLastError());
+        return error > 0
+                   ? static_cast<long>((static_cast<unsigned long>(error) & 0xFFFF) | 0x80070000UL)
+                   : error;
+    }
+    // The host never waits for the helper: both handles are closed at once.
+    UniqueHandle processHandle(process.hProcess);
+    UniqueHandle threadHandle(process.hThread);
+    return 0;
+}
+
+template <typename Message>
+void NetWorkerNamedPipeExecutor::SendToHelper(const Message& message) {
+    IpcSend(*m_connection, message);
+}
+
+bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method, uint32_t* bytesRead) {
+    std::memset(m_buffer, 0, sizeof m_buffer);
+    uint32_t length = kIpcMaxMessageSize;
+    if (!m_connection->Receive(m_buffer, &length)) {
+        m_log.Get()->Error(method,
+                           L"Failed to receive correctly from the pipe. Other end of pipe "
+                           L"disconnected while receiving message from pipe! Error: %08lx.",
+                           static_cast<unsigned long>(kStatusPipeClosed));
+        *bytesRead = 0;
+        return false;
+    }
+    *bytesRead = length;
+    return true;
+}
+
+int32_t NetWorkerNamedPipeExecutor::UnexpectedReply(const wchar_t* method, uint32_t expected,
+                                                    uint32_t actual) {
+    // GetFileSize, BeginExtract and EndExtract share Initialize's wording; hosts grep for it.
+    m_log.Get()->Error(method,
+                       L"The client was unable to initialize. Expected messageType '%d'. Actual "
+                       L"messageType '%d'. Error: %08lx.",
+                       static_cast<int>(expected), static_cast<int>(actual),
+                       static_cast<unsigned long>(kStatusFail));
+    return kStatusFail;
+}
+
+int32_t NetWorkerNamedPipeExecutor::RefuseArgument(const wchar_t* method,
+                                                   const std::logic_error& refused) {
+    m_log.Get()->Error(method, L"%S Error: %08lx.", refused.what(),
+                       static_cast<unsigned long>(kStatusInvalidArg));
+    return kStatusInvalidArg;
+}
+
+int32_t NetWorkerNamedPipeExecutor::InvalidMessageType(const wchar_t* method) {
+    // The misspelt wording is what hosts' log filters look for.
+    m_log.Get()->Error(method, L"Invalid messageType recieved. Error: %08lx.",
+                       static_cast<unsigned long>(kStatusFail));
+    return kStatusFail;
+}
+
+bool NetWorkerNamedPipeExecutor::AnswerErrorCallback(uint32_t type, uint32_t bytesRead,
+                                                     INetWorkerErrorCallBack* error) {
+    if (type == IpcTypeNetWorkerError) {
+        const auto* message = IpcView<IpcNetWorkerError>(m_buffer, bytesRead);
+        if (message == nullptr) {
+            return false;
+        }
+        const uint32_t answer = error != nullptr ? error->NetWorkerError(message->code) : 0;
+        SendToHelper(IpcBuildNetWorkerErrorResponse(answer));
+        return true;
+    }
+    const auto* message = IpcView<IpcAllocationError>(m_buffer, bytesRead);
+    if (message == nullptr) {
+        return false;
+    }
+    NetWorkerAllocationInfo info;
+    info.reason = message->reason;
+    info.itemsFound = message->itemsFound;
+    info.catalogueSize = message->catalogueSize;
+    info.catalogueCapacity = message->catalogueCapacity;
+    const uint32_t answer = error != nullptr ? error->AllocationError(&info) : 0;
+    SendToHelper(IpcBuildAllocationErrorResponse(answer));
+    return true;
+}
+
+int32_t NetWorkerNamedPipeExecutor::Initialize(const char* clientName, const char* serverName) {
+    static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::Initialize";
+    NWX_TRACE_PIPE_METHOD(kMethod);
+    // Built before anything is opened or started: a name that does not fit is refused
+    // rather than cut short.
+    IpcBeginInitialize request;
+    try {
+        request = IpcBuildBeginInitialize(clientName, serverName);
+    } catch (const std::logic_error& refused) {
+        return RefuseArgument(kMethod, refused);
+    }
+
+    m_connection->OpenNewPipe(m_pipeName.c_str());
+    const long launched = m_launchClient(m_pipeName.c_str());
+    if (launched < 0) {
+        m_log.Get()->Error(kMethod, L"Failed to create '%s' process. Error: %08lx.", kClientProgram,
+                           static_cast<unsigned long>(launched));
+        return static_cast<int32_t>(launched);
+    }
+    m_connection->WaitForConnection();
+
+    SendToHelper(request);
+
+    uint32_t bytesRead = 0;
+    if (!ReceiveReply(kMethod, &bytesRead)) {
+        return kStatusPipeClosed;
+    }
+    if (const auto* reply = IpcView<IpcFinishInitialize>(m_buffer, bytesRead)) {
+        return reply->result;
+    }
+    return UnexpectedReply(kMethod, IpcTypeFinishInitialize, IpcReceivedType(m_buffer, bytesRead));
+}
+
+int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FILETIME* timeAfter,
+                                            INetWorkerFileFoundCallBack* fileFound,
+                                            INetWorkerErrorCallBack* error) {
+    static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::Catalog";
+    NWX_TRACE_PIPE_METHOD(kMethod);
+    SendToHelper(IpcBuildBeginCatalog(timeBefore, timeAfter));
+
+    for (;;) {
+        uint32_t bytesRead = 0;
+        if (!ReceiveReply(kMethod, &bytesRead)) {
+            return kStatusPipeClosed;
+        }
+        const uint32_t type = IpcReceivedType(m_buffer, bytesRead);
+        if (const auto* found = IpcView<IpcFileFound>(m_buffer, bytesRead)) {
+            NetWorkerFileInfo info;
+            info.index = found->index;
+            FILETIME backupTime;
+            backupTime.dwLowDateTime = static_cast<DWORD>(found->backupTime & 0xFFFFFFFFu);
+            backupTime.dwHighDateTime = static_cast<DWORD>(found->backupTime >> 32);
+            std::memset(&info.backupTime, 0, sizeof info.backupTime);
+            ::FileTimeToSystemTime(&backupTime, &info.backupTime);
+            // Points into the receive buffer: valid only during the callback.
+            info.path = found->path;
+            info.size = found->size;
+            info.restoreOrder = found->restoreOrder;
+            const bool stop = fileFound != nullptr && fileFound->NetWorkerFileFound(&info);
+            SendToHelper(IpcBuildShouldCancel(CancelResponse(stop)));
+        } else if (const auto* finish = IpcView<IpcFinishCatalog>(m_buffer, bytesRead)) {
+            return finish->result;
+        } else if ((type == IpcTypeNetWorkerError || type == IpcTypeAllocationError) &&
+                   AnswerErrorCallback(type, bytesRead, error)) {
+            continue;
+        } else {
+            return InvalidMessageType(kMethod);
+        }
+    }
+}
+
+int32_t NetWorkerNamedPipeExecutor::GetFileSize(uint32_t index, bool correctSize, uint64_t* size) {
+    static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::GetFileSize";
+    NWX_TRACE_PIPE_METHOD(kMethod);
+    SendToHelper(IpcBuildBeginGetFileSize(index, correctSize));
+
+    uint32_t bytesRead = 0;
+    if (!ReceiveReply(kMethod, &bytesRead)) {
+        return kStatusPipeClosed;
+    }
+    if (const auto* reply = IpcView<IpcFinishGetFileSize>(m_buffer, bytesRead)) {
+        *size = reply->size;
+        return 0;
+    }
+    return UnexpectedReply(kMethod, IpcTypeFinishGetFileSize, IpcReceivedType(m_buffer, bytesRead));
+}
+
+template <typename Request, typename Reply>
+int32_t NetWorkerNamedPipeExecutor::StatusConversation(const wchar_t* method) {
+    SendToHelper(IpcMakeMessage<Request>());
+    uint32_t bytesRead = 0;
+    if (!ReceiveReply(method, &bytesRead)) {
+        return kStatusPipeClosed;
+    }
+    if (const auto* reply = IpcView<Reply>(m_buffer, bytesRead)) {
+        return reply->result;
+    }
+    return UnexpectedReply(method, Reply::kType, IpcReceivedType(m_buffer, bytesRead));
+}
+
+int32_t NetWorkerNamedPipeExecutor::BeginExtract() {
+    static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::BeginExtract";
+    NWX_TRACE_PIPE_METHOD(kMethod);
+    return StatusConversation<IpcBeginExtract, IpcFinishBeginExtract>(kMethod);
+}
+
+int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* directory,
+                                                const wchar_t* fileName,
+                                                INetWorkerUpdateProgressCallBack* progress,
+                                                INetWorkerErrorCallBack* error) {
+    static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::ExtractFile";
+    NWX_TRACE_PIPE_METHOD(kMethod);
+    IpcBeginExtractFile request;
+    try {
+        request = IpcBuildBeginExtractFile(index, directory, fileName);
+    } catch (const std::logic_error& refused) {
+        return RefuseArgument(kMethod, refused);
+    }
+    SendToHelper(request);
+
+    for (;;) {
+        uint32_t bytesRead = 0;
+        if (!ReceiveReply(kMethod, &bytesRead)) {
+            return kStatusPipeClosed;
+        }
+        const uint32_t type = IpcReceivedType(m_buffer, bytesRead);
+        if (const auto* finish = IpcView<IpcFinishExtractFile>(m_buffer, bytesRead)) {
+            return finish->result;
+        } else if (const auto* update = IpcView<IpcUpdateProgress>(m_buffer, bytesRead)) {
+            NetWorkerProgressInfo info;
+            info.state = update->state;
+            info.bytesDone = update->bytesDone;
+            const bool cancel = progress != nullptr && progress->UpdateProgress(&info);
+            SendToHelper(IpcBuildShouldCancel(CancelResponse(cancel)));
+        } else if ((type == IpcTypeNetWorkerError || type == IpcTypeAllocationError) &&
+                   AnswerErrorCallback(type, bytesRead, error)) {
+            continue;
+        } else {
+            // Unlike Catalog, an unknown message does not end the extraction: it is logged
+            // and the next message is awaited. Hosts depend on this leniency.
+            InvalidMessageType(kMethod);
+        }
+    }
+}
+
+int32_t NetWorkerNamedPipeExecutor::EndExtract() {
+    static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::EndExtract";
+    NWX_TRACE_PIPE_METHOD(kMethod);
+    return StatusConversation<IpcEndExtract, IpcFinishEndExtract>(kMethod);
+}
+
+int32_t NetWorkerNamedPipeExecutor::Quit() {
+    // Nothing crosses the pipe: the helper ends when the host frees the connection.
+    NWX_TRACE_PIPE_METHOD(L"NetWorkerNamedPipeExecutor::Quit");
+    return 0;
+}

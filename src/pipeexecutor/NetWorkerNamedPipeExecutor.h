@@ -1,0 +1,77 @@
+#pragma once
+// INetWorkerExecutor for hosts that keep the XBSA library out of their process: starts
+// NetWorker64BitClient.exe and turns every operation into one strictly alternating
+// conversation over an INamedPipeConnection. Callback messages from the helper are relayed to
+// the host's callback objects on the calling thread and their answers sent back.
+//
+// Differences a host can see against the in-process executor, all kept on purpose:
+// - a closed pipe while waiting for a reply returns 109 (ERROR_BROKEN_PIPE), positive, so a
+//   host that only tests for negative values sees success;
+// - GetFileSize reports a failed lookup as size 0 with status 0 (the reply has no status) and
+//   leaves *size alone when it fails itself;
+// - Quit sends nothing and cancels nothing; cancelling goes through the callbacks' answers.
+// A null fileFound, progress or error callback is tolerated here (the in-process executor
+// tolerates a null fileFound and progress): a missing fileFound or progress answers "go on",
+// a missing error callback answers 0, which cancels a disk-full retry like any value but 1246.
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+#include "common/OwnedLogger.h"
+#include "interfaces/INamedPipeConnection.h"
+#include "interfaces/INetWorkerExecutor.h"
+#include "pipe/PipeMessages.h"
+
+// Starts the helper program for a pipe name; returns 0 or a negative status.
+using LaunchClientFunction = long (*)(const wchar_t* pipeName);
+
+class NetWorkerNamedPipeExecutor final : public INetWorkerExecutor {
+public:
+    // Throws std::runtime_error("Failed to Initialize the logger.") when GetLogger refuses.
+    NetWorkerNamedPipeExecutor(const wchar_t* pipeName, INamedPipeConnection* connection,
+                               LaunchClientFunction launchClient);
+    ~NetWorkerNamedPipeExecutor() override;
+
+    NetWorkerNamedPipeExecutor(const NetWorkerNamedPipeExecutor&) = delete;
+    NetWorkerNamedPipeExecutor& operator=(const NetWorkerNamedPipeExecutor&) = delete;
+
+    int32_t Initialize(const char* clientName, const char* serverName) override;
+    int32_t Catalog(const FILETIME* timeBefore, const FILETIME* timeAfter,
+                    INetWorkerFileFoundCallBack* fileFound,
+                    INetWorkerErrorCallBack* error) override;
+    int32_t GetFileSize(uint32_t index, bool correctSize, uint64_t* size) override;
+    int32_t BeginExtract() override;
+    int32_t ExtractFile(uint32_t index, const wchar_t* directory, const wchar_t* fileName,
+                        INetWorkerUpdateProgressCallBack* progress,
+                        INetWorkerErrorCallBack* error) override;
+    int32_t EndExtract() override;
+    int32_t Quit() override;
+
+    // The default launcher: CreateProcessW of "NetWorker64BitClient.exe" (bare name, so it
+    // is found in the host's current directory) with the pipe name alone as command line.
+    static long StartClientProcess(const wchar_t* pipeName);
+
+private:
+    // Sends one fixed-size message in one write.
+    template <typename Message>
+    void SendToHelper(const Message& message);
+    // Receives one reply into m_buffer; false (after the Error line) when the pipe closed.
+    bool ReceiveReply(const wchar_t* method, uint32_t* bytesRead);
+    // Answers an IpcNetWorkerError or IpcAllocationError that arrived during an operation.
+    // Returns false when the message had the type but not the size of its kind.
+    bool AnswerErrorCallback(uint32_t type, uint32_t bytesRead, INetWorkerErrorCallBack* error);
+    // One request answered by one status reply (BeginExtract, EndExtract).
+    template <typename Request, typename Reply>
+    int32_t StatusConversation(const wchar_t* method);
+    int32_t UnexpectedReply(const wchar_t* method, uint32_t expected, uint32_t actual);
+    int32_t InvalidMessageType(const wchar_t* method);
+    // An argument that cannot travel (null, or too long for its field): E_INVALIDARG.
+    int32_t RefuseArgument(const wchar_t* method, const std::logic_error& refused);
+
+    LaunchClientFunction m_launchClient;
+    std::wstring m_pipeName;
+    INamedPipeConnection* m_connection;  // borrowed: the host frees it after this executor
+    OwnedLogger m_log;
+    unsigned char m_buffer[kIpcMaxMessageSize];
+};
