@@ -1,0 +1,312 @@
+// TarnLog.dll: the default host logging library. Each logger appends one UTF-8 line per call
+// to the file named by TARNLOG_FILE; TARNLOG_LEVEL filters and TARNLOG_FAIL_NAMES makes
+// GetLogger refuse chosen names. Configuration is read at every GetLogger, not once at load.
+
+#include <windows.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <set>
+#include <string>
+
+#include "LogLineFormat.h"
+#include "common/UniqueHandle.h"
+#include "common/WideFormat.h"
+#include "interfaces/LoggerApi.h"
+
+#define TARNLOG_EXPORT __declspec(dllexport)
+
+namespace {
+
+// Returns false when the variable is not set; an empty value counts as set.
+bool ReadEnvironment(const wchar_t* name, std::wstring* value) {
+    wchar_t small[512];
+    DWORD length = GetEnvironmentVariableW(name, small, 512);
+    if (length == 0) {
+        value->clear();
+        return GetLastError() != ERROR_ENVVAR_NOT_FOUND;
+    }
+    if (length < 512) {
+        value->assign(small, length);
+        return true;
+    }
+    std::wstring buffer(length, L'\0');
+    length = GetEnvironmentVariableW(name, &buffer[0], length);
+    buffer.resize(length);
+    *value = std::move(buffer);
+    return true;
+}
+
+tarnlog::LocalTimestamp Now() {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    return tarnlog::LocalTimestamp{now.wYear,   now.wMonth,  now.wDay,         now.wHour,
+                                   now.wMinute, now.wSecond, now.wMilliseconds};
+}
+
+// One open log file, shared by every logger of this process that writes to the same path.
+// Opened for append only and shared with other writers, so a host and its helper program can
+// append to the same file; each line is one WriteFile under the lock, never torn.
+class LogFile {
+public:
+    explicit LogFile(UniqueFileHandle file) : m_file(std::move(file)) {}
+
+    void Append(const std::string& line) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        DWORD written = 0;
+        // Logging never fails the caller's operation: a failed write is dropped.
+        WriteFile(m_file.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    }
+
+private:
+    std::mutex m_mutex;
+    UniqueFileHandle m_file;
+};
+
+class LogFileTable {
+public:
+    // Returns the open file for path, opening it on first use; null and *error when it cannot
+    // be opened.
+    std::shared_ptr<LogFile> Open(const std::wstring& path, DWORD* error) {
+        const std::wstring key = Key(path);
+        std::lock_guard<std::mutex> lock(m_mutex);
+        auto it = m_files.find(key);
+        if (it != m_files.end()) {
+            if (std::shared_ptr<LogFile> file = it->second.lock()) {
+                return file;
+            }
+        }
+        UniqueFileHandle handle(CreateFileW(path.c_str(), FILE_APPEND_DATA | SYNCHRONIZE,
+                                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                            nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (!handle.valid()) {
+            *error = GetLastError();
+            return nullptr;
+        }
+        auto file = std::make_shared<LogFile>(std::move(handle));
+        m_files[key] = file;
+        return file;
+    }
+
+private:
+    // Two spellings of one file share one handle (and one lock).
+    static std::wstring Key(const std::wstring& path) {
+        wchar_t small[MAX_PATH];
+        DWORD length = GetFullPathNameW(path.c_str(), MAX_PATH, small, nullptr);
+        std::wstring key;
+        if (length == 0) {
+            key = path;
+        } else if (length < MAX_PATH) {
+            key.assign(small, length);
+        } else {
+            key.assign(length, L'\0');
+            length = GetFullPathNameW(path.c_str(), length, &key[0], nullptr);
+            key.resize(length);
+        }
+        // Windows file names compare without regard to case.
+        std::wstring upper(key.size(), L'\0');
+        if (!key.empty() &&
+            LCMapStringW(LOCALE_INVARIANT, LCMAP_UPPERCASE, key.c_str(),
+                         static_cast<int>(key.size()), &upper[0],
+                         static_cast<int>(upper.size())) == static_cast<int>(key.size())) {
+            return upper;
+        }
+        return key;
+    }
+
+    std::mutex m_mutex;
+    std::map<std::wstring, std::weak_ptr<LogFile>> m_files;
+};
+
+class TarnLogger final : public ILog {
+public:
+    TarnLogger(std::wstring name, int level, std::shared_ptr<LogFile> file)
+        : m_name(std::move(name)), m_level(level), m_file(std::move(file)) {}
+    ~TarnLogger() = default;
+
+    const wchar_t* GetName() override { return m_name.c_str(); }
+    void SetLevel(int level) override {
+        // Values outside the known levels are ignored rather than guessed at.
+        if (level >= LogLevelTrace && level <= LogLevelOff) {
+            m_level.store(level, std::memory_order_relaxed);
+        }
+    }
+    int GetLevel() override { return m_level.load(std::memory_order_relaxed); }
+
+    bool IsTraceEnabled() override { return Enabled(LogLevelTrace); }
+    bool IsDebugEnabled() override { return Enabled(LogLevelDebug); }
+    bool IsInfoEnabled() override { return Enabled(LogLevelInfo); }
+    bool IsWarningEnabled() override { return Enabled(LogLevelWarning); }
+    bool IsErrorEnabled() override { return Enabled(LogLevelError); }
+
+    void Trace(const wchar_t* method, const wchar_t* text) override {
+        // Tracing runs on every method entry and exit: a disabled trace touches nothing else.
+        if (!Enabled(LogLevelTrace) || m_file == nullptr) {
+            return;
+        }
+        WriteText(LogLevelTrace, method, text, text != nullptr ? wcslen(text) : 0);
+    }
+
+    void Info(const wchar_t* method, const wchar_t* format, ...) override {
+        if (!Enabled(LogLevelInfo) || m_file == nullptr) {
+            return;
+        }
+        va_list args;
+        va_start(args, format);
+        WriteFormatted(LogLevelInfo, method, format, args);
+        va_end(args);
+    }
+    void Warning(const wchar_t* method, const wchar_t* format, ...) override {
+        if (!Enabled(LogLevelWarning) || m_file == nullptr) {
+            return;
+        }
+        va_list args;
+        va_start(args, format);
+        WriteFormatted(LogLevelWarning, method, format, args);
+        va_end(args);
+    }
+    void Debug(const wchar_t* method, const wchar_t* format, ...) override {
+        if (!Enabled(LogLevelDebug) || m_file == nullptr) {
+            return;
+        }
+        va_list args;
+        va_start(args, format);
+        WriteFormatted(LogLevelDebug, method, format, args);
+        va_end(args);
+    }
+    void Error(const wchar_t* method, const wchar_t* format, ...) override {
+        if (!Enabled(LogLevelError) || m_file == nullptr) {
+            return;
+        }
+        va_list args;
+        va_start(args, format);
+        WriteFormatted(LogLevelError, method, format, args);
+        va_end(args);
+    }
+
+private:
+    bool Enabled(int level) const { return m_level.load(std::memory_order_relaxed) <= level; }
+
+    void WriteFormatted(int level, const wchar_t* method, const wchar_t* format, va_list args) {
+        try {
+            wchar_t small[512];
+            const size_t length = FormatWideV(small, 512, format, args);
+            if (length < 512) {
+                WriteText(level, method, small, length);
+                return;
+            }
+            std::wstring text(length + 1, L'\0');
+            FormatWideV(&text[0], text.size(), format, args);
+            WriteText(level, method, text.c_str(), length);
+        } catch (const std::bad_alloc&) {
+            // Logging never fails the caller: a line that does not fit in memory is dropped.
+        }
+    }
+
+    void WriteText(int level, const wchar_t* method, const wchar_t* text, size_t length) {
+        try {
+            m_file->Append(
+                tarnlog::BuildLogLine(Now(), level, m_name.c_str(), method, text, length));
+        } catch (const std::bad_alloc&) {
+        }
+    }
+
+    const std::wstring m_name;
+    std::atomic<int> m_level;
+    const std::shared_ptr<LogFile> m_file;  // null: TARNLOG_FILE not set, nothing is written
+};
+
+class LoggerRegistry {
+public:
+    int Create(const wchar_t* name, ILog** log) {
+        std::wstring value;
+        if (ReadEnvironment(L"TARNLOG_FAIL_NAMES", &value)) {
+            for (const std::wstring& refused : tarnlog::ParseNameList(value)) {
+                if (refused == name) {
+                    return kRefusedByConfiguration;
+                }
+            }
+        }
+
+        int level = LogLevelInfo;
+        std::wstring levelText;
+        const bool levelSet = ReadEnvironment(L"TARNLOG_LEVEL", &levelText);
+        const bool levelKnown = !levelSet || tarnlog::ParseLogLevel(levelText, &level);
+
+        std::shared_ptr<LogFile> file;
+        std::wstring path;
+        if (ReadEnvironment(L"TARNLOG_FILE", &path) && !path.empty()) {
+            DWORD error = ERROR_SUCCESS;
+            file = m_files.Open(path, &error);
+            if (file == nullptr) {
+                return error != ERROR_SUCCESS ? static_cast<int>(error) : ERROR_OPEN_FAILED;
+            }
+        }
+
+        auto logger = std::make_unique<TarnLogger>(name, level, std::move(file));
+        if (!levelKnown) {
+            logger->Warning(L"GetLogger", L"Unknown TARNLOG_LEVEL \"%s\"; using info.",
+                            levelText.c_str());
+        }
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_live.insert(logger.get());
+        *log = logger.release();
+        return 0;
+    }
+
+    void Free(ILog* log) {
+        TarnLogger* logger = nullptr;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            auto it = m_live.find(static_cast<TarnLogger*>(log));
+            if (it == m_live.end()) {
+                return;  // not one of ours, or freed already
+            }
+            logger = *it;
+            m_live.erase(it);
+        }
+        delete logger;
+    }
+
+    static constexpr int kRefusedByConfiguration = 1;
+
+private:
+    std::mutex m_mutex;
+    std::set<TarnLogger*> m_live;
+    LogFileTable m_files;
+};
+
+LoggerRegistry& Registry() {
+    static LoggerRegistry* registry = new LoggerRegistry();
+    // Deliberately never destroyed: loggers may still be freed while the process exits.
+    return *registry;
+}
+
+}  // namespace
+
+TARNLOG_EXPORT int GetLogger(const wchar_t* name, ILog** log) {
+    if (log == nullptr) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    *log = nullptr;
+    if (name == nullptr) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    try {
+        return Registry().Create(name, log);
+    } catch (const std::bad_alloc&) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    } catch (...) {
+        return ERROR_INTERNAL_ERROR;
+    }
+}
+
+TARNLOG_EXPORT void FreeLogger(ILog* log) {
+    if (log != nullptr) {
+        Registry().Free(log);
+    }
+}
