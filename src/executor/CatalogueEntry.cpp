@@ -1,0 +1,128 @@
+#include "CatalogueEntry.h"
+
+#include <cstring>
+#include <new>
+
+#include "common/MethodTracer.h"
+
+namespace {
+
+template <size_t N>
+size_t BoundedLength(const char (&text)[N]) {
+    const void* end = std::memchr(text, '\0', N);
+    return end != nullptr ? static_cast<size_t>(static_cast<const char*>(end) - text) : N;
+}
+
+char* CopyText(CatalogueMemory& memory, const char* text, size_t length) {
+    char* copy = memory.AllocateString(length + 1);
+    std::memcpy(copy, text, length);
+    copy[length] = '\0';
+    return copy;
+}
+
+// Copies back into a fixed array; a text that filled the array unterminated comes back so.
+template <size_t N>
+void RestoreText(char (&target)[N], const char* text) {
+    std::memset(target, 0, N);
+    if (text != nullptr) {
+        std::memcpy(target, text, strnlen(text, N));
+    }
+}
+
+}  // namespace
+
+char* CatalogueMemory::AllocateString(size_t bytes) {
+    return new char[bytes];
+}
+
+void CatalogueMemory::FreeString(char* text) {
+    delete[] text;
+}
+
+void CatalogueMemory::Reserve(CatalogueEntries& entries, size_t count) {
+    entries.reserve(count);
+}
+
+CatalogueMemory& DefaultCatalogueMemory() {
+    static CatalogueMemory memory;
+    return memory;
+}
+
+int LoadSmVecObjects(ILog* log, CatalogueMemory& memory, const BSA_ObjectDescriptor& descriptor,
+                     CatalogueEntry* entry) {
+    NWX_TRACE_METHOD(log, L"NetWorkerApiExecutor::LoadSmVecObjects");
+    const size_t spaceLength = BoundedLength(descriptor.objectName.objectSpaceName);
+    const size_t pathLength = BoundedLength(descriptor.objectName.pathName);
+    const size_t infoLength = BoundedLength(descriptor.objectInfo);  // never above 256
+
+    char* objectSpaceName = nullptr;
+    char* pathName = nullptr;
+    char* objectInfo = nullptr;
+    try {
+        objectSpaceName = CopyText(memory, descriptor.objectName.objectSpaceName, spaceLength);
+        pathName = CopyText(memory, descriptor.objectName.pathName, pathLength);
+        objectInfo = CopyText(memory, descriptor.objectInfo, infoLength);
+    } catch (const std::bad_alloc&) {
+        if (pathName != nullptr) {
+            memory.FreeString(pathName);
+        }
+        if (objectSpaceName != nullptr) {
+            memory.FreeString(objectSpaceName);
+        }
+        return 0;
+    }
+
+    entry->version = descriptor.version;
+    entry->copyType = descriptor.copyType;
+    entry->objectType = descriptor.objectType;
+    entry->objectStatus = descriptor.objectStatus;
+    entry->createTime = descriptor.createTime;
+    entry->copyId = descriptor.copyId;
+    entry->restoreOrder = descriptor.restoreOrder;
+    entry->size = descriptor.size;
+    std::memcpy(entry->lGName, descriptor.lGName, sizeof entry->lGName);
+    std::memcpy(entry->cGName, descriptor.cGName, sizeof entry->cGName);
+    std::memcpy(entry->resourceType, descriptor.resourceType, sizeof entry->resourceType);
+    std::memcpy(entry->objectDescription, descriptor.objectDescription,
+                sizeof entry->objectDescription);
+    entry->objectSpaceName = objectSpaceName;
+    entry->pathName = pathName;
+    entry->objectInfo = objectInfo;
+    return 1;
+}
+
+void LoadLrgVecObjects(ILog* log, const CatalogueEntry& entry, BSA_ObjectDescriptor* descriptor) {
+    NWX_TRACE_METHOD(log, L"NetWorkerApiExecutor::LoadLrgVecObjects");
+    descriptor->version = entry.version;
+    descriptor->copyType = entry.copyType;
+    descriptor->objectType = entry.objectType;
+    descriptor->objectStatus = entry.objectStatus;
+    descriptor->createTime = entry.createTime;
+    descriptor->copyId = entry.copyId;
+    descriptor->restoreOrder = entry.restoreOrder;
+    descriptor->size = entry.size;
+    std::memcpy(descriptor->lGName, entry.lGName, sizeof descriptor->lGName);
+    std::memcpy(descriptor->cGName, entry.cGName, sizeof descriptor->cGName);
+    std::memcpy(descriptor->resourceType, entry.resourceType, sizeof descriptor->resourceType);
+    std::memcpy(descriptor->objectDescription, entry.objectDescription,
+                sizeof descriptor->objectDescription);
+    RestoreText(descriptor->objectName.objectSpaceName, entry.objectSpaceName);
+    RestoreText(descriptor->objectName.pathName, entry.pathName);
+    RestoreText(descriptor->objectInfo, entry.objectInfo);
+}
+
+int ClearM_smVecObjects(ILog* log, CatalogueMemory& memory, CatalogueEntries& entries) {
+    NWX_TRACE_METHOD(log, L"NetWorkerApiExecutor::ClearM_smVecObjects");
+    int allPresent = 1;
+    for (CatalogueEntry& entry : entries) {
+        for (char** text : {&entry.objectSpaceName, &entry.pathName, &entry.objectInfo}) {
+            if (*text != nullptr) {
+                memory.FreeString(*text);
+                *text = nullptr;
+            } else {
+                allPresent = 0;
+            }
+        }
+    }
+    return allPresent;
+}
