@@ -1,0 +1,611 @@
+#include "Commands.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "Console.h"
+#include "DateWindow.h"
+#include "Formatting.h"
+#include "Glob.h"
+#include "RestorePlan.h"
+#include "Session.h"
+
+namespace {
+
+// Collects the catalogue and whatever went wrong while it was taken.
+class CatalogueCollector : public INetWorkerFileFoundCallBack, public INetWorkerErrorCallBack {
+public:
+    bool NetWorkerFileFound(const NetWorkerFileInfo* file) override {
+        CatalogueRow row;
+        row.index = file->index;
+        row.backupTime = file->backupTime;
+        row.size = file->size;
+        row.restoreOrder = file->restoreOrder;
+        row.path = FromNarrow(file->path);
+        m_rows.push_back(row);
+        return RunCancellation().Requested();
+    }
+
+    uint32_t NetWorkerError(uint32_t code) override {
+        if (m_errorCode == 0) {
+            m_errorCode = code;
+        }
+        return 0;
+    }
+
+    uint32_t AllocationError(const NetWorkerAllocationInfo* info) override {
+        m_allocationFailed = true;
+        m_itemsBeforeAllocationFailure = info->itemsFound;
+        return 0;
+    }
+
+    std::vector<CatalogueRow>& Rows() { return m_rows; }
+
+    // Empty when the catalogue is complete.
+    std::wstring Problem() const {
+        switch (m_errorCode) {
+            case 0:
+                break;
+            case NwErrorBeginTxn:
+                return L"NetWorker could not start a transaction";
+            case NwErrorQuery:
+                return L"NetWorker's query for Exchange objects failed";
+            case NwErrorQueryAccess:
+                return L"NetWorker refused the query: authentication failed for this client";
+            default:
+                return L"NetWorker reported error " + std::to_wstring(m_errorCode);
+        }
+        if (m_allocationFailed) {
+            return L"out of memory after " + std::to_wstring(m_itemsBeforeAllocationFailure) +
+                   L" catalogue entries";
+        }
+        return std::wstring();
+    }
+
+private:
+    std::vector<CatalogueRow> m_rows;
+    uint32_t m_errorCode = 0;
+    bool m_allocationFailed = false;
+    uint32_t m_itemsBeforeAllocationFailure = 0;
+};
+
+void Error(const std::wstring& message) {
+    Console().Err(L"nwexch: " + message + L"\n");
+}
+
+// Opens the session and takes the whole catalogue (no date window: indexes then mean the
+// same in every command). Returns 0 on success or the exit code to end with.
+int OpenAndCatalogue(const Options& options, Session* session, CatalogueCollector* collector) {
+    std::wstring problem;
+    int exitCode = ExitOk;
+    if (!session->Open(options, &problem, &exitCode)) {
+        Error(problem);
+        return exitCode;
+    }
+    int32_t status = 0;
+    try {
+        status = session->Executor()->Catalog(nullptr, nullptr, collector, collector);
+    } catch (const std::exception& e) {
+        Error(L"the catalogue failed: " + FromNarrow(e.what()));
+        return ExitNetWorker;
+    }
+    if (RunCancellation().Requested()) {
+        Error(L"cancelled while the catalogue was taken");
+        return ExitCancelled;
+    }
+    if (status != 0) {
+        Error(L"the catalogue failed: " + FormatStatus(status));
+        return ExitNetWorker;
+    }
+    const std::wstring incomplete = collector->Problem();
+    if (!incomplete.empty()) {
+        Error(L"the catalogue is incomplete: " + incomplete);
+        return ExitNetWorker;
+    }
+    return ExitOk;
+}
+
+const CatalogueRow* FindRow(const std::vector<CatalogueRow>& rows, uint32_t index) {
+    // Indexes are consecutive from 0, but do not rely on it.
+    if (index < rows.size() && rows[index].index == index) {
+        return &rows[index];
+    }
+    for (const CatalogueRow& row : rows) {
+        if (row.index == index) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+bool ResolveIndexes(const std::vector<CatalogueRow>& rows, const std::vector<uint32_t>& indexes,
+                    std::vector<const CatalogueRow*>* chosen) {
+    for (uint32_t index : indexes) {
+        const CatalogueRow* row = FindRow(rows, index);
+        if (row == nullptr) {
+            Error(L"index " + std::to_wstring(index) + L" is not in the catalogue (" +
+                  (rows.empty() ? std::wstring(L"it is empty")
+                                : L"0 to " + std::to_wstring(rows.size() - 1)) +
+                  L"); see 'nwexch list'");
+            return false;
+        }
+        chosen->push_back(row);
+    }
+    return true;
+}
+
+uint64_t FileSizeOnDisk(const std::wstring& path, bool* exists) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    *exists = GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) != 0;
+    if (!*exists) {
+        return 0;
+    }
+    return (static_cast<uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+}
+
+bool PathExists(const std::wstring& path) {
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+void RemoveIfPresent(const std::wstring& path) {
+    if (PathExists(path)) {
+        DeleteFileW(path.c_str());
+    }
+}
+
+std::wstring WindowsErrorText(DWORD error) {
+    return L"Windows error " + std::to_wstring(error);
+}
+
+// Progress of the whole restore, fed by the executor's per-report byte counts.
+class ProgressReporter : public INetWorkerUpdateProgressCallBack {
+public:
+    ProgressReporter(uint64_t total, uint64_t cancelAfterBytes)
+        : m_total(total), m_cancelAfterBytes(cancelAfterBytes), m_start(GetTickCount64()) {}
+
+    void StartFile(const std::wstring& label) {
+        m_label = label;
+        m_fileBytes = 0;
+        Show(true);
+    }
+
+    bool UpdateProgress(NetWorkerProgressInfo* progress) override {
+        // bytesDone counts the bytes since the previous report, not a running total.
+        m_fileBytes += progress->bytesDone;
+        m_done += progress->bytesDone;
+        if (m_cancelAfterBytes != 0 && m_done >= m_cancelAfterBytes) {
+            RunCancellation().Request(L"cancelled by NWEXCH_CANCEL_AFTER_BYTES");
+        }
+        Show(false);
+        return RunCancellation().Requested();
+    }
+
+    void FileDone() { Show(true); }
+    uint64_t FileBytes() const { return m_fileBytes; }
+    uint64_t ElapsedMs() const { return GetTickCount64() - m_start; }
+    void Finish() { Console().DrawProgress(std::wstring()); }
+
+private:
+    void Show(bool force) {
+        const uint64_t now = GetTickCount64();
+        m_meter.Add(now - m_start, m_done);
+        const bool terminal = Console().ErrIsTerminal();
+        const uint64_t interval = terminal ? 200 : 2000;
+        if (!force && now - m_lastShown < interval) {
+            return;
+        }
+        m_lastShown = now;
+        ProgressSnapshot snapshot;
+        snapshot.done = m_done;
+        snapshot.total = m_total;
+        snapshot.bytesPerSecond = m_meter.BytesPerSecond();
+        snapshot.etaKnown =
+            m_total > m_done && m_meter.SecondsLeft(m_total - m_done, &snapshot.secondsLeft);
+        snapshot.label = m_label;
+        if (terminal) {
+            Console().DrawProgress(FormatProgressBar(snapshot, Console().ErrWidth()));
+        } else {
+            Console().Err(FormatProgressLine(snapshot) + L"\n");
+        }
+    }
+
+    uint64_t m_total;
+    uint64_t m_cancelAfterBytes;
+    uint64_t m_start;
+    uint64_t m_done = 0;
+    uint64_t m_fileBytes = 0;
+    uint64_t m_lastShown = 0;
+    std::wstring m_label;
+    RateMeter m_meter;
+};
+
+// Answers the executor's questions during extraction: only a full disk needs an answer.
+class DiskFullHandler : public INetWorkerErrorCallBack {
+public:
+    static constexpr uint32_t kRetry = 1246;  // ERROR_CONTINUE: space was freed, write again
+    static constexpr uint32_t kCancel = 0;
+    static constexpr int kMaxUnattendedRetries = 60;
+
+    explicit DiskFullHandler(DiskFullPolicy policy) : m_policy(policy) {}
+
+    void StartFile(const std::wstring& destination) {
+        m_destination = destination;
+        m_cancelledForDiskFull = false;
+        m_retries = 0;
+    }
+    bool CancelledForDiskFull() const { return m_cancelledForDiskFull; }
+
+    uint32_t NetWorkerError(uint32_t code) override {
+        if (code != NwErrorDiskFull) {
+            return 0;
+        }
+        const uint32_t answer = Decide();
+        if (answer != kRetry) {
+            m_cancelledForDiskFull = true;
+        }
+        return answer;
+    }
+
+    uint32_t AllocationError(const NetWorkerAllocationInfo*) override { return 0; }
+
+private:
+    uint32_t Decide() {
+        if (RunCancellation().Requested()) {
+            return kCancel;
+        }
+        if (m_policy == DiskFullPolicy::Ask && Console().CanAsk()) {
+            for (;;) {
+                Console().Err(L"\nThe disk is full while writing " + m_destination +
+                              L".\nFree some space, then type R to retry or C to cancel [R/C]: ");
+                const std::wstring answer = Console().ReadLine();
+                if (RunCancellation().Requested()) {
+                    return kCancel;
+                }
+                if (answer == L"r" || answer == L"R") {
+                    return kRetry;
+                }
+                if (answer == L"c" || answer == L"C" || answer.empty()) {
+                    return kCancel;
+                }
+            }
+        }
+        if (m_policy != DiskFullPolicy::Retry) {
+            Console().Err(L"nwexch: the disk is full while writing " + m_destination +
+                          L"; cancelling (--on-disk-full cancel)\n");
+            return kCancel;
+        }
+        if (++m_retries > kMaxUnattendedRetries) {
+            Console().Err(L"nwexch: the disk is still full after " +
+                          std::to_wstring(kMaxUnattendedRetries) + L" tries; cancelling\n");
+            return kCancel;
+        }
+        Console().Err(L"nwexch: the disk is full while writing " + m_destination +
+                      L"; trying again in 5 seconds (" + std::to_wstring(m_retries) + L" of " +
+                      std::to_wstring(kMaxUnattendedRetries) + L")\n");
+        for (int i = 0; i < 50 && !RunCancellation().Requested(); ++i) {
+            Sleep(100);
+        }
+        return RunCancellation().Requested() ? kCancel : kRetry;
+    }
+
+    DiskFullPolicy m_policy;
+    std::wstring m_destination;
+    bool m_cancelledForDiskFull = false;
+    int m_retries = 0;
+};
+
+uint64_t CancelAfterBytesHook() {
+    // Test hook: behave exactly as if Ctrl+C came once this many bytes were restored.
+    wchar_t buffer[32];
+    const DWORD length = GetEnvironmentVariableW(L"NWEXCH_CANCEL_AFTER_BYTES", buffer, 32);
+    if (length == 0 || length >= 32) {
+        return 0;
+    }
+    return wcstoull(buffer, nullptr, 10);
+}
+
+std::wstring AbsoluteDirectory(const std::wstring& directory) {
+    const DWORD needed = GetFullPathNameW(directory.c_str(), 0, nullptr, nullptr);
+    if (needed == 0) {
+        return std::wstring();
+    }
+    std::wstring full(needed, L'\0');
+    const DWORD length = GetFullPathNameW(directory.c_str(), needed, &full[0], nullptr);
+    if (length == 0 || length >= needed) {
+        return std::wstring();
+    }
+    full.resize(length);
+    while (full.size() > 3 && (full.back() == L'\\' || full.back() == L'/')) {
+        full.pop_back();
+    }
+    return full;
+}
+
+}  // namespace
+
+int RunList(const Options& options) {
+    Session session;
+    CatalogueCollector collector;
+    const int code = OpenAndCatalogue(options, &session, &collector);
+    if (code != ExitOk) {
+        return code;
+    }
+    const DateWindow window(options.after, options.before);
+    std::vector<CatalogueRow> shown;
+    for (const CatalogueRow& row : collector.Rows()) {
+        if (window.Contains(row.backupTime)) {
+            shown.push_back(row);
+        }
+    }
+    if (options.json) {
+        std::string lines;
+        for (const CatalogueRow& row : shown) {
+            lines += FormatCatalogueJsonLine(row);
+        }
+        Console().OutAscii(lines);
+    } else {
+        Console().Out(FormatCatalogueTable(shown));
+    }
+    if (collector.Rows().empty()) {
+        Error(L"NetWorker has no Exchange files for this client");
+    }
+    return ExitOk;
+}
+
+int RunSize(const Options& options) {
+    Session session;
+    CatalogueCollector collector;
+    const int code = OpenAndCatalogue(options, &session, &collector);
+    if (code != ExitOk) {
+        return code;
+    }
+    std::vector<const CatalogueRow*> chosen;
+    if (!ResolveIndexes(collector.Rows(), options.indexes, &chosen)) {
+        return ExitUsage;
+    }
+    std::vector<SizeRow> rows;
+    int exitCode = ExitOk;
+    for (const CatalogueRow* entry : chosen) {
+        if (RunCancellation().Requested()) {
+            return ExitCancelled;
+        }
+        uint64_t size = 0;
+        const int32_t status = session.Executor()->GetFileSize(entry->index, options.exact, &size);
+        SizeRow row;
+        row.index = entry->index;
+        row.size = size;
+        row.path = entry->path;
+        if (status != 0) {
+            row.note =
+                L"the exact size is unknown, this is the catalogue's: " + FormatStatus(status);
+            exitCode = ExitNetWorker;
+        } else if (!options.exact && size != entry->size && entry->size != 0 &&
+                   entry->size != 5242880) {
+            row.note = L"catalogue size below 4 GiB only; use --exact";
+        }
+        rows.push_back(row);
+    }
+    Console().Out(FormatSizeTable(rows));
+    return exitCode;
+}
+
+int RunRestore(const Options& options) {
+    Session session;
+    CatalogueCollector collector;
+    int code = OpenAndCatalogue(options, &session, &collector);
+    if (code != ExitOk) {
+        return code;
+    }
+    const std::vector<CatalogueRow>& rows = collector.Rows();
+
+    std::vector<const CatalogueRow*> chosen;
+    if (!options.globs.empty()) {
+        for (const std::wstring& glob : options.globs) {
+            bool any = false;
+            for (const CatalogueRow& row : rows) {
+                if (GlobMatch(glob, row.path)) {
+                    any = true;
+                    if (std::find(chosen.begin(), chosen.end(), &row) == chosen.end()) {
+                        chosen.push_back(&row);
+                    }
+                }
+            }
+            if (!any) {
+                Error(L"no catalogued file matches \"" + glob + L"\"; see 'nwexch list'");
+                return ExitUsage;
+            }
+        }
+    } else if (!ResolveIndexes(rows, options.indexes, &chosen)) {
+        return ExitUsage;
+    }
+    // NetWorker's restore order, then the catalogue's.
+    std::stable_sort(
+        chosen.begin(), chosen.end(), [](const CatalogueRow* a, const CatalogueRow* b) {
+            return a->restoreOrder != b->restoreOrder ? a->restoreOrder < b->restoreOrder
+                                                      : a->index < b->index;
+        });
+
+    const std::wstring root = AbsoluteDirectory(options.to);
+    if (root.empty()) {
+        Error(L"--to \"" + options.to + L"\" is not a usable directory path");
+        return ExitUsage;
+    }
+    std::vector<RestoreSource> sources;
+    for (const CatalogueRow* row : chosen) {
+        sources.push_back({row->index, row->path});
+    }
+    const RestorePlan plan = PlanRestore(root, sources, options.flat);
+    if (!plan.Ok()) {
+        for (const std::wstring& problem : plan.problems) {
+            Error(L"cannot restore: " + problem);
+        }
+        return ExitUsage;
+    }
+    if (!options.overwrite) {
+        bool clash = false;
+        for (const PlannedFile& file : plan.files) {
+            if (PathExists(file.FullPath())) {
+                Error(L"already exists: " + file.FullPath());
+                clash = true;
+            }
+        }
+        if (clash) {
+            Error(L"nothing was restored; remove those files or give --overwrite");
+            return ExitUsage;
+        }
+    }
+
+    // Exact sizes: the total for progress, and a check of every restored file.
+    std::vector<uint64_t> expected(plan.files.size(), 0);
+    uint64_t total = 0;
+    for (size_t i = 0; i < plan.files.size(); ++i) {
+        if (RunCancellation().Requested()) {
+            break;
+        }
+        uint64_t size = 0;
+        const int32_t status = session.Executor()->GetFileSize(plan.files[i].index, true, &size);
+        if (status == 0) {
+            expected[i] = size;  // 0 also when the helper's lookup failed: then unknown
+        } else {
+            Error(L"the exact size of " + plan.files[i].backupPath + L" is unknown (" +
+                  FormatStatus(status) + L"); it is restored without a size check");
+        }
+        total += size;
+    }
+
+    std::vector<FileOutcome> outcomes;
+    for (const PlannedFile& file : plan.files) {
+        FileOutcome outcome;
+        outcome.index = file.index;
+        outcome.backupPath = file.backupPath;
+        outcome.destination = file.FullPath();
+        outcome.reason = L"not started";
+        outcomes.push_back(outcome);
+    }
+
+    ProgressReporter progress(total, CancelAfterBytesHook());
+    DiskFullHandler diskFull(options.onDiskFull);
+    bool sessionLost = false;
+    if (!RunCancellation().Requested()) {
+        const int32_t begin = session.Executor()->BeginExtract();
+        if (begin != 0) {
+            Error(L"NetWorker could not start the extraction: " + FormatStatus(begin));
+            return ExitNetWorker;
+        }
+        for (size_t i = 0; i < plan.files.size(); ++i) {
+            const PlannedFile& file = plan.files[i];
+            FileOutcome& outcome = outcomes[i];
+            if (RunCancellation().Requested()) {
+                outcome.result = FileResult::NotStarted;
+                outcome.reason = RunCancellation().Reason() + L" before it started";
+                continue;
+            }
+            const std::wstring partial = JoinWindowsPath(file.directory, file.PartialName());
+            const std::wstring destination = file.FullPath();
+            progress.StartFile(file.backupPath);
+            diskFull.StartFile(destination);
+            int32_t status = 0;
+            try {
+                status = session.Executor()->ExtractFile(file.index, file.directory.c_str(),
+                                                         file.PartialName().c_str(), &progress,
+                                                         &diskFull);
+            } catch (const std::exception& e) {
+                outcome.result = FileResult::Failed;
+                outcome.reason = L"the pipe to the helper program failed: " + FromNarrow(e.what());
+                RemoveIfPresent(partial);
+                sessionLost = true;
+                break;
+            }
+            progress.FileDone();
+            bool exists = false;
+            const uint64_t written = FileSizeOnDisk(partial, &exists);
+            if (diskFull.CancelledForDiskFull()) {
+                // Even a status of 0 leaves a short file when the last block did not fit.
+                outcome.result = FileResult::Cancelled;
+                outcome.reason = L"the disk is full";
+                RemoveIfPresent(partial);
+                RunCancellation().Request(L"cancelled because the disk is full");
+                continue;
+            }
+            if (status == 1223 || (RunCancellation().Requested() && status >= 0)) {
+                outcome.result = FileResult::Cancelled;
+                outcome.reason = RunCancellation().Requested() ? RunCancellation().Reason()
+                                                               : std::wstring(L"cancelled");
+                RemoveIfPresent(partial);
+                continue;
+            }
+            if (status < 0 || (status != 0 && status != 1246)) {
+                outcome.result = FileResult::Failed;
+                outcome.reason = FormatStatus(status);
+                RemoveIfPresent(partial);
+                if (status == 109) {
+                    sessionLost = true;
+                    break;
+                }
+                continue;
+            }
+            // 1246: a retry after a full disk succeeded on the last block; the file is whole.
+            if (!exists) {
+                outcome.result = FileResult::Failed;
+                outcome.reason = L"NetWorker reported success but no file was written";
+                continue;
+            }
+            if (expected[i] != 0 && written != expected[i]) {
+                outcome.result = FileResult::Failed;
+                outcome.reason = L"the restored file has " + FormatCount(written) +
+                                 L" bytes, the backup " + FormatCount(expected[i]);
+                RemoveIfPresent(partial);
+                continue;
+            }
+            const DWORD flags =
+                MOVEFILE_WRITE_THROUGH | (options.overwrite ? MOVEFILE_REPLACE_EXISTING : 0);
+            if (!MoveFileExW(partial.c_str(), destination.c_str(), flags)) {
+                const DWORD error = GetLastError();
+                outcome.result = FileResult::Failed;
+                outcome.reason =
+                    L"could not name it " + destination + L": " + WindowsErrorText(error);
+                RemoveIfPresent(partial);
+                continue;
+            }
+            outcome.result = FileResult::Restored;
+            outcome.bytes = written;
+            outcome.reason.clear();
+        }
+        if (!sessionLost) {
+            const int32_t end = session.Executor()->EndExtract();
+            if (end != 0) {
+                Error(L"NetWorker could not end the extraction cleanly: " + FormatStatus(end));
+            }
+        }
+    }
+    progress.Finish();
+    if (sessionLost) {
+        for (FileOutcome& outcome : outcomes) {
+            if (outcome.result == FileResult::NotStarted) {
+                outcome.reason = L"the session to NetWorker was lost";
+            }
+        }
+    }
+    for (const FileOutcome& outcome : outcomes) {
+        if (outcome.result == FileResult::Restored) {
+            Console().Out(L"restored " + outcome.backupPath + L" -> " + outcome.destination +
+                          L" (" + FormatCount(outcome.bytes) + L" bytes)\n");
+        }
+    }
+    Console().Out(FormatRestoreSummary(outcomes, progress.ElapsedMs()));
+
+    if (RunCancellation().Requested()) {
+        return ExitCancelled;
+    }
+    if (sessionLost) {
+        return ExitNetWorker;
+    }
+    const bool allRestored =
+        std::all_of(outcomes.begin(), outcomes.end(),
+                    [](const FileOutcome& o) { return o.result == FileResult::Restored; });
+    return allRestored ? ExitOk : ExitFilesFailed;
+}

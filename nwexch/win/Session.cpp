@@ -1,0 +1,167 @@
+#include "Session.h"
+
+#include <windows.h>
+
+#include <exception>
+
+#include "Console.h"
+#include "Formatting.h"
+#include "HelperLauncher.h"
+
+namespace {
+
+// The library copies names into 255-character buffers, terminator included.
+constexpr size_t kMaxNameLength = 254;
+
+std::wstring ComputerName() {
+    wchar_t buffer[MAX_COMPUTERNAME_LENGTH + 1];
+    DWORD size = MAX_COMPUTERNAME_LENGTH + 1;
+    if (!GetComputerNameW(buffer, &size)) {
+        return std::wstring();
+    }
+    return std::wstring(buffer, size);
+}
+
+std::wstring UniquePipeName() {
+    return L"nwexch-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+           std::to_wstring(GetTickCount64());
+}
+
+bool CheckName(const wchar_t* option, const std::wstring& name, std::string* narrow,
+               std::wstring* problem) {
+    if (!ToNarrow(name, narrow)) {
+        *problem = std::wstring(option) + L" \"" + name +
+                   L"\" cannot be written in this system's code page";
+        return false;
+    }
+    if (narrow->size() > kMaxNameLength) {
+        *problem = std::wstring(option) + L" is longer than " + std::to_wstring(kMaxNameLength) +
+                   L" characters";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool ToNarrow(const std::wstring& text, std::string* narrow) {
+    narrow->clear();
+    if (text.empty()) {
+        return true;
+    }
+    BOOL usedDefault = FALSE;
+    const int size =
+        WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, text.data(),
+                            static_cast<int>(text.size()), nullptr, 0, nullptr, &usedDefault);
+    if (size <= 0 || usedDefault) {
+        return false;
+    }
+    narrow->resize(static_cast<size_t>(size));
+    WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, text.data(), static_cast<int>(text.size()),
+                        &(*narrow)[0], size, nullptr, &usedDefault);
+    return !usedDefault;
+}
+
+std::wstring FromNarrow(const char* text) {
+    if (text == nullptr || *text == '\0') {
+        return std::wstring();
+    }
+    const int size = MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0);
+    if (size <= 1) {
+        return std::wstring();
+    }
+    std::wstring wide(static_cast<size_t>(size), L'\0');
+    MultiByteToWideChar(CP_ACP, 0, text, -1, &wide[0], size);
+    wide.resize(static_cast<size_t>(size - 1));
+    return wide;
+}
+
+bool Session::Open(const Options& options, std::wstring* problem, int* exitCode) {
+    *exitCode = ExitUsage;
+    std::string server;
+    std::string client;
+    const std::wstring clientName = options.client.empty() ? ComputerName() : options.client;
+    if (clientName.empty()) {
+        *problem = L"this computer's name is unknown; give --client";
+        return false;
+    }
+    if (!CheckName(L"--server", options.server, &server, problem) ||
+        !CheckName(L"--client", clientName, &client, problem)) {
+        return false;
+    }
+
+    *exitCode = ExitNetWorker;
+    m_helper = options.mode == ExecutorMode::Helper;
+    if (m_helper) {
+        if (!AllocateNamedPipeConnection(&m_connection)) {
+            *problem = L"could not create the pipe connection (is TarnLog.dll working?)";
+            return false;
+        }
+        if (!AllocateNetWorkerNamedPipeExecutor(&m_executor, UniquePipeName().c_str(), m_connection,
+                                                &LaunchHelperFromOwnDirectory)) {
+            *problem = L"could not create the out-of-process executor";
+            return false;
+        }
+    } else {
+        if (!AllocateNetWorkerApiWrapper(&m_wrapper)) {
+            *problem = L"could not create the NetWorker API wrapper (is TarnLog.dll working?)";
+            return false;
+        }
+        if (!AllocateNetWorkerApiExecutor(&m_executor, m_wrapper)) {
+            *problem = L"could not create the executor";
+            return false;
+        }
+        RunCancellation().SetQuitTarget(m_executor);
+    }
+
+    int32_t status = 0;
+    std::wstring failure;
+    try {
+        status = m_executor->Initialize(client.c_str(), server.c_str());
+    } catch (const std::exception& e) {
+        failure = L"the pipe to the helper program failed: " + FromNarrow(e.what());
+    }
+    if (m_helper) {
+        helper_process::MarkConnected();
+        DWORD exitStatus = 0;
+        if (helper_process::StartError() != 0) {
+            *problem =
+                L"could not start " + helper_process::HelperPath() + L": " + FormatStatus(status);
+            return false;
+        }
+        if (helper_process::EndedBeforeConnecting(&exitStatus)) {
+            *problem = L"the helper program " + helper_process::HelperPath() +
+                       L" ended (exit code " + std::to_wstring(exitStatus) +
+                       L") before it connected";
+            return false;
+        }
+    }
+    if (!failure.empty()) {
+        *problem = failure;
+        return false;
+    }
+    // 1, 110, 1157 and 1627 are positive: any status but 0 means no session.
+    if (status != 0) {
+        *problem = L"could not open a NetWorker session for client \"" + clientName +
+                   L"\" on server \"" + options.server + L"\": " + FormatStatus(status);
+        return false;
+    }
+    return true;
+}
+
+Session::~Session() {
+    RunCancellation().SetQuitTarget(nullptr);
+    if (m_executor != nullptr) {
+        FreeNetWorkerExecutor(m_executor);
+    }
+    if (m_connection != nullptr) {
+        // Closing the pipe is what ends the helper program.
+        FreeNamedPipeConnection(m_connection);
+    }
+    if (m_wrapper != nullptr) {
+        FreeNetWorkerApiWrapper(m_wrapper);
+    }
+    if (m_helper) {
+        helper_process::WaitForExit();
+    }
+}
