@@ -531,13 +531,15 @@ int RunRestore(const Options& options) {
                 RunCancellation().Request(L"cancelled because the disk is full");
                 continue;
             }
-            if (status == 1223 || (RunCancellation().Requested() && status >= 0)) {
+            if (status == 1223) {
                 outcome.result = FileResult::Cancelled;
                 outcome.reason = RunCancellation().Requested() ? RunCancellation().Reason()
                                                                : std::wstring(L"cancelled");
                 RemoveIfPresent(partial);
                 continue;
             }
+            // A cancellation that came after the last block leaves a whole file: it is kept
+            // (after the checks below) and only the files after it are skipped.
             if (status < 0 || (status != 0 && status != 1246)) {
                 outcome.result = FileResult::Failed;
                 outcome.reason = FormatStatus(status);

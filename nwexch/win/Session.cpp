@@ -7,6 +7,7 @@
 #include "Console.h"
 #include "Formatting.h"
 #include "HelperLauncher.h"
+#include "common/UniqueHandle.h"
 
 namespace {
 
@@ -40,6 +41,17 @@ bool CheckName(const wchar_t* option, const std::wstring& name, std::string* nar
         return false;
     }
     return true;
+}
+
+// The library carries on without the "nsrexecd" service and then fails to load NetWorker's
+// libraries from an empty directory (1157), so the host asks the service manager itself.
+bool NsrexecdServiceExists() {
+    UniqueServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    if (!manager) {
+        return true;  // cannot tell; do not claim anything
+    }
+    UniqueServiceHandle service(OpenServiceW(manager.get(), L"nsrexecd", SERVICE_QUERY_CONFIG));
+    return service || GetLastError() != ERROR_SERVICE_DOES_NOT_EXIST;
 }
 
 }  // namespace
@@ -142,6 +154,13 @@ bool Session::Open(const Options& options, std::wstring* problem, int* exitCode)
     }
     // 1, 110, 1157 and 1627 are positive: any status but 0 means no session.
     if (status != 0) {
+        if (status > 0 && !NsrexecdServiceExists()) {
+            *problem =
+                L"NetWorker's client is not installed on this computer: there is no "
+                L"\"nsrexecd\" service (" +
+                FormatStatus(status) + L")";
+            return false;
+        }
         *problem = L"could not open a NetWorker session for client \"" + clientName +
                    L"\" on server \"" + options.server + L"\": " + FormatStatus(status);
         return false;
