@@ -1,0 +1,86 @@
+// The exported factories through the real NetWorkerXbsa.dll and TarnLog.dll.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "ExportsTestSupport.h"
+#include "common/UniqueHandle.h"
+#include "exports/NetWorkerXbsa.h"
+
+namespace {
+
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(const wchar_t* name, const wchar_t* value) : m_name(name) {
+        SetEnvironmentVariableW(name, value);
+    }
+    ~ScopedEnvironment() { SetEnvironmentVariableW(m_name, nullptr); }
+
+private:
+    const wchar_t* m_name;
+};
+
+TEST(ExportsDll, FreeingNullDoesNothing) {
+    FreeNamedPipeConnection(nullptr);
+    FreeNetWorkerApiWrapper(nullptr);
+    FreeNetWorkerExecutor(nullptr);
+    FreeNetWorkerNamedPipeClient(nullptr);
+    SUCCEED();
+}
+
+TEST(ExportsDll, RefusedLoggersGiveFalseAndNull) {
+    ScopedEnvironment refuse(L"TARNLOG_FAIL_NAMES",
+                             L"NamedPipeConnection,NetWorkerApiWrapper,NetWorkerApiExecutor,"
+                             L"NetWorkerNamedPipeExecutor");
+    auto* connection = reinterpret_cast<INamedPipeConnection*>(0x1);
+    EXPECT_FALSE(AllocateNamedPipeConnection(&connection));
+    EXPECT_EQ(connection, nullptr);
+    auto* wrapper = reinterpret_cast<INetWorkerApiWrapper*>(0x1);
+    EXPECT_FALSE(AllocateNetWorkerApiWrapper(&wrapper));
+    EXPECT_EQ(wrapper, nullptr);
+    auto* executor = reinterpret_cast<INetWorkerExecutor*>(0x1);
+    EXPECT_FALSE(AllocateNetWorkerApiExecutor(&executor, nullptr));
+    EXPECT_EQ(executor, nullptr);
+    executor = reinterpret_cast<INetWorkerExecutor*>(0x1);
+    EXPECT_FALSE(AllocateNetWorkerNamedPipeExecutor(&executor, L"p", nullptr));
+    EXPECT_EQ(executor, nullptr);
+}
+
+TEST(ExportsDll, ThreeArgumentExecutorRunsTheHelperWhichAnswersLikeTheDirectExecutor) {
+    // What the in-process executor answers on this machine...
+    INetWorkerApiWrapper* wrapper = nullptr;
+    INetWorkerExecutor* direct = nullptr;
+    ASSERT_TRUE(AllocateNetWorkerApiWrapper(&wrapper));
+    ASSERT_TRUE(AllocateNetWorkerApiExecutor(&direct, wrapper));
+    const int32_t directStatus = direct->Initialize("exchange01", "backup01");
+    FreeNetWorkerExecutor(direct);
+    FreeNetWorkerApiWrapper(wrapper);
+
+    // ...is what the helper answers through the pipe.
+    INamedPipeConnection* connection = nullptr;
+    INetWorkerExecutor* piped = nullptr;
+    ASSERT_TRUE(AllocateNamedPipeConnection(&connection));
+    ASSERT_TRUE(
+        AllocateNetWorkerNamedPipeExecutor(&piped, UniquePipeName(L"dll").c_str(), connection));
+    const size_t helpersBefore = FindProcessesNamed(L"NetWorker64BitClient.exe").size();
+    int32_t pipedStatus = 0;
+    {
+        ScopedCurrentDirectory inBin(TestProgramDirectory());
+        pipedStatus = piped->Initialize("exchange01", "backup01");
+    }
+    const std::vector<DWORD> helpers = FindProcessesNamed(L"NetWorker64BitClient.exe");
+    EXPECT_EQ(pipedStatus, directStatus);
+    FreeNetWorkerExecutor(piped);
+    FreeNamedPipeConnection(connection);
+    // The helper is gone once the pipe is closed (or was gone already after a failed start).
+    for (DWORD id : helpers) {
+        UniqueHandle process(OpenProcess(SYNCHRONIZE, FALSE, id));
+        if (process) {
+            EXPECT_EQ(WaitForSingleObject(process.get(), 20000), WAIT_OBJECT_0);
+        }
+    }
+    EXPECT_LE(helpersBefore, helpers.size());
+}
+
+}  // namespace
