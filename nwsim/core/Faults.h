@@ -1,0 +1,64 @@
+#pragma once
+// Fault injection settings of the simulated server, from <root>/faults.txt and NWSIM_FAULTS.
+//
+// Entries are separated by ';' or line breaks; '#' starts a comment up to the end of the line.
+//   <Call>=<code>          the call returns <code> every time (Call: one of the ten BSA calls)
+//   <Call>=<code>@<n>      ... only at its n-th call (counting from 1)
+//   <Call>=<code>@<n>+     ... at its n-th call and every later one
+//   BSAGetObject.bufferLen=<1..65535>   the buffer size BSAGetObject asks for (default 16384)
+//   throttle=<bytes per second>         BSAGetData delivers no faster than this (0 = off)
+//   nsrinfo.exit=<code>                 nsrinfo.exe prints its normal output and exits <code>
+//   nsrinfo.output=normal|spaced|late|long-value|empty|flood
+// A later entry for the same setting replaces an earlier one, except call faults, which add up.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace nwsim {
+
+enum class XbsaCall {
+    Init,
+    Terminate,
+    BeginTxn,
+    EndTxn,
+    QueryObject,
+    QueryApiVersion,
+    GetNextQueryObject,
+    GetObject,
+    GetData,
+    EndData,
+};
+constexpr int kXbsaCallCount = 10;
+
+const char* XbsaCallName(XbsaCall call);  // "BSAInit" ...
+bool XbsaCallFromName(std::string_view name, XbsaCall& out);
+
+enum class NsrinfoOutput { Normal, Spaced, Late, LongValue, Empty, Flood };
+
+const char* NsrinfoOutputName(NsrinfoOutput mode);
+
+struct CallFault {
+    XbsaCall call = XbsaCall::Init;
+    int32_t code = 0;
+    uint64_t atCall = 0;  // 0 = every call
+    bool andLater = false;
+};
+
+struct FaultPlan {
+    std::vector<CallFault> callFaults;
+    uint32_t bufferLen = 16384;
+    uint64_t throttleBytesPerSecond = 0;
+    int32_t nsrinfoExit = 0;
+    NsrinfoOutput nsrinfoOutput = NsrinfoOutput::Normal;
+
+    // The code forced on the callNumber-th call (from 1), if any; the first matching entry wins.
+    std::optional<int32_t> ForcedCode(XbsaCall call, uint64_t callNumber) const;
+};
+
+// Adds the entries of text to plan; false with a reason naming the bad entry.
+bool ParseFaults(std::string_view text, FaultPlan& plan, std::string& error);
+
+}  // namespace nwsim

@@ -1,0 +1,96 @@
+// libbsa.dll of the simulated installation: the ten XBSA entry points, served by XbsaServer over
+// the store that nwsim.ini (or NWSIM_ROOT) names. Exports come from the generated .def file so a
+// variant can leave any one of them out.
+
+#include <windows.h>
+
+#include <exception>
+
+#include "ImageSupport.h"
+#include "XbsaServer.h"
+
+namespace {
+
+class ImageServerHost final : public nwsim::ServerHost {
+public:
+    nwsim::ServerSettings LoadSettings() override {
+        nwsim::ServerSettings settings;
+        settings.storeRoot =
+            nwsim::FindStoreRoot(nwsim::ModuleDirectory(&g_anchor), settings.error);
+        settings.faultText = nwsim::ReadFaultText(settings.storeRoot);
+        return settings;
+    }
+    bool JournalEnabled() override { return nwsim::JournalEnabled(); }
+    void Append(const std::string& line) override { nwsim::AppendJournal(line); }
+
+    static const int g_anchor;
+};
+
+const int ImageServerHost::g_anchor = 0;
+
+nwsim::XbsaServer& Server() {
+    static ImageServerHost host;
+    static nwsim::XbsaServer server(host);
+    return server;
+}
+
+// Nothing may unwind into the caller: an internal failure is a system error.
+template <typename Call>
+BSA_Int32 Guarded(Call call) {
+    try {
+        return call();
+    } catch (...) {
+        return BSA_RC_SYSTEM_ERROR;
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+BSA_Int32 BSAInit(BSA_Handle* handle, BSA_SecurityToken* token, BSA_ObjectOwner* owner,
+                  char** environment) {
+    return Guarded([&] { return Server().Init(handle, token, owner, environment); });
+}
+
+BSA_Int32 BSATerminate(BSA_Handle handle) {
+    return Guarded([&] { return Server().Terminate(handle); });
+}
+
+BSA_Int32 BSABeginTxn(BSA_Handle handle) {
+    return Guarded([&] { return Server().BeginTxn(handle); });
+}
+
+// The vote that the standard passes second is never read: callers that pass only the handle
+// get the same result.
+BSA_Int32 BSAEndTxn(BSA_Handle handle) {
+    return Guarded([&] { return Server().EndTxn(handle); });
+}
+
+BSA_Int32 BSAQueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,
+                         BSA_ObjectDescriptor* descriptor) {
+    return Guarded([&] { return Server().QueryObject(handle, query, descriptor); });
+}
+
+BSA_Int32 BSAQueryApiVersion(BSA_ApiVersion* version) {
+    return Guarded([&] { return Server().QueryApiVersion(version); });
+}
+
+BSA_Int32 BSAGetNextQueryObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor) {
+    return Guarded([&] { return Server().GetNextQueryObject(handle, descriptor); });
+}
+
+BSA_Int32 BSAGetObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor,
+                       BSA_DataBlock32* dataBlock) {
+    return Guarded([&] { return Server().OpenObject(handle, descriptor, dataBlock); });
+}
+
+BSA_Int32 BSAGetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) {
+    return Guarded([&] { return Server().GetData(handle, dataBlock); });
+}
+
+BSA_Int32 BSAEndData(BSA_Handle handle) {
+    return Guarded([&] { return Server().EndData(handle); });
+}
+
+}  // extern "C"

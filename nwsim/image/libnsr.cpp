@@ -1,0 +1,19 @@
+// libnsr.dll of the simulated installation: the client library start-up call.
+
+#include <windows.h>
+
+#include "ImageSupport.h"
+#include "Journal.h"
+
+extern "C" int nsrlib_init(void** context) {
+    if (nwsim::JournalEnabled()) {
+        nwsim::JournalLine line("nsrlib_init");
+        line.Pointer("context", context);
+        if (context != nullptr) {
+            line.Pointer("value", *context);
+        }
+        line.Signed("rc", 0);
+        nwsim::AppendJournal(line.Str());
+    }
+    return 0;
+}
