@@ -46,12 +46,14 @@ bool InMemoryPipeEnd::Receive(unsigned char* buffer, uint32_t* length) {
     if (self.closed) {
         throw std::runtime_error("Named pipe is not connected!");
     }
-    m_pipe->m_changed.wait(lock, [&] { return !self.inbox.empty() || peer.closed || self.closed; });
+    m_pipe->m_changed.wait(lock, [&] {
+        return !self.inbox.empty() || peer.closed || peer.closeWhenDrained || self.closed;
+    });
     if (self.closed) {
         throw std::runtime_error("Named pipe is not connected!");
     }
     if (self.inbox.empty()) {
-        return false;  // the peer has closed and everything it sent has been read
+        return false;  // the peer has gone and everything it sent has been read
     }
     PipeBytes message = std::move(self.inbox.front());
     self.inbox.pop_front();
@@ -96,6 +98,14 @@ void InMemoryPipeEnd::Close() {
     m_pipe->m_changed.notify_all();
 }
 
+void InMemoryPipeEnd::CloseWhenDrained() {
+    {
+        std::lock_guard<std::mutex> lock(m_pipe->m_mutex);
+        m_pipe->m_sides[m_side].closeWhenDrained = true;
+    }
+    m_pipe->m_changed.notify_all();
+}
+
 bool InMemoryPipeEnd::IsClosed() const {
     std::lock_guard<std::mutex> lock(m_pipe->m_mutex);
     return m_pipe->m_sides[m_side].closed;
@@ -105,7 +115,8 @@ std::optional<PipeBytes> InMemoryPipeEnd::ReceiveFor(std::chrono::milliseconds t
     std::unique_lock<std::mutex> lock(m_pipe->m_mutex);
     auto& self = m_pipe->m_sides[m_side];
     auto& peer = m_pipe->m_sides[1 - m_side];
-    m_pipe->m_changed.wait_for(lock, timeout, [&] { return !self.inbox.empty() || peer.closed; });
+    m_pipe->m_changed.wait_for(
+        lock, timeout, [&] { return !self.inbox.empty() || peer.closed || peer.closeWhenDrained; });
     if (self.inbox.empty()) {
         return std::nullopt;
     }

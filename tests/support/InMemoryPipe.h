@@ -8,9 +8,11 @@
 //
 // Each Send queues one message for the peer; Receive blocks until a message is queued for
 // this end, or returns false (length untouched) once the peer has closed and nothing is left
-// to read. Messages queued before a close are still delivered, so a test can script one side
-// completely up front (queue every message, then Close()) and run the other side on its own
-// thread without any second thread. The ends are usable at once; OpenNewPipe,
+// to read. Messages queued before a close are still delivered. Close() hangs up at once (the
+// peer's Send then fails); CloseWhenDrained() lets the peer go on sending and only makes its
+// Receive return false once it has read everything queued, so a test can script one side
+// completely up front (queue every message, then CloseWhenDrained()) and run the other side
+// on the test thread alone. The ends are usable at once; OpenNewPipe,
 // WaitForConnection and OpenExisting only record their calls (or throw a scripted failure).
 //
 // Failures mimic NamedPipeConnection's texts: after Close() on this end, Receive and Send
@@ -44,6 +46,8 @@ public:
 
     // Closes this end: the peer's Receive returns false once it has read what is queued.
     void Close();
+    // The peer's Receive returns false once it has read what is queued; its Send still works.
+    void CloseWhenDrained();
     bool IsClosed() const;
 
     // Queues a message from this end to the peer (Send without the closed checks' texts).
@@ -97,6 +101,7 @@ private:
         std::deque<PipeBytes> inbox;  // messages for this end
         std::vector<PipeBytes> sent;  // messages this end sent
         bool closed = false;
+        bool closeWhenDrained = false;
         std::vector<std::wstring> openNewNames;
         std::vector<std::wstring> openExistingNames;
         std::vector<uint32_t> openExistingTimeouts;
