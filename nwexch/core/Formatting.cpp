@@ -136,7 +136,8 @@ std::wstring FormatBytes(uint64_t bytes) {
     static const wchar_t* const kUnits[] = {L"KiB", L"MiB", L"GiB", L"TiB", L"PiB", L"EiB"};
     double value = static_cast<double>(bytes) / 1024.0;
     size_t unit = 0;
-    while (value >= 1024.0 && unit + 1 < sizeof kUnits / sizeof kUnits[0]) {
+    // 1023.96 would print as "1024.0": move up a unit before rounding does.
+    while (value >= 1023.95 && unit + 1 < sizeof kUnits / sizeof kUnits[0]) {
         value /= 1024.0;
         ++unit;
     }

@@ -167,10 +167,14 @@ public:
     ProgressReporter(uint64_t total, uint64_t cancelAfterBytes)
         : m_total(total), m_cancelAfterBytes(cancelAfterBytes), m_start(GetTickCount64()) {}
 
-    void StartFile(const std::wstring& label) {
+    void StartFile(const std::wstring& label, uint64_t size) {
         m_label = label;
         m_fileBytes = 0;
-        Show(true);
+        if (Console().ErrIsTerminal()) {
+            Show(true);
+        } else {
+            Console().Err(L"restoring " + label + L" (" + FormatCount(size) + L" bytes)\n");
+        }
     }
 
     bool UpdateProgress(NetWorkerProgressInfo* progress) override {
@@ -184,7 +188,11 @@ public:
         return RunCancellation().Requested();
     }
 
-    void FileDone() { Show(true); }
+    void FileDone() {
+        if (Console().ErrIsTerminal()) {
+            Show(true);
+        }
+    }
     uint64_t FileBytes() const { return m_fileBytes; }
     uint64_t ElapsedMs() const { return GetTickCount64() - m_start; }
     void Finish() { Console().DrawProgress(std::wstring()); }
@@ -383,13 +391,13 @@ int RunSize(const Options& options) {
             row.note =
                 L"the exact size is unknown, this is the catalogue's: " + FormatStatus(status);
             exitCode = ExitNetWorker;
-        } else if (!options.exact && size != entry->size && entry->size != 0 &&
-                   entry->size != 5242880) {
-            row.note = L"catalogue size below 4 GiB only; use --exact";
         }
         rows.push_back(row);
     }
     Console().Out(FormatSizeTable(rows));
+    if (!options.exact) {
+        Error(L"these are the catalogue's sizes, right only below 4 GiB; --exact asks NetWorker");
+    }
     return exitCode;
 }
 
@@ -506,7 +514,7 @@ int RunRestore(const Options& options) {
             }
             const std::wstring partial = JoinWindowsPath(file.directory, file.PartialName());
             const std::wstring destination = file.FullPath();
-            progress.StartFile(file.backupPath);
+            progress.StartFile(file.backupPath, expected[i]);
             diskFull.StartFile(destination);
             int32_t status = 0;
             try {

@@ -46,6 +46,7 @@ TEST(FormatBytes, BinaryUnitsWithOneDecimal) {
     EXPECT_EQ(FormatBytes(1023), L"1023 B");
     EXPECT_EQ(FormatBytes(1536), L"1.5 KiB");
     EXPECT_EQ(FormatBytes(314572800), L"300.0 MiB");
+    EXPECT_EQ(FormatBytes(1048573), L"1.0 MiB");
     EXPECT_EQ(FormatBytes(5000000000ull), L"4.7 GiB");
     EXPECT_EQ(FormatRate(1048576.0), L"1.0 MiB/s");
 }
