@@ -1,0 +1,440 @@
+#include <cstring>
+#include <thread>
+
+#include "ExecutorTestSupport.h"
+#include "common/WideFormat.h"
+#include "interfaces/NetWorkerStatus.h"
+
+using LogTexts = std::vector<std::pair<LogLevel, std::wstring>>;
+
+namespace {
+
+bool StartsWith(const std::wstring& text, const std::wstring& prefix) {
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+}  // namespace
+
+class ExtractTest : public ExecutorTest {
+protected:
+    void SetUp() override {
+        ExecutorTest::SetUp();
+        StartSession();
+        m_wrapper.objects = {MakeDescriptor("\\First Storage Group\\priv1.edb", "D", 40000),
+                             MakeDescriptor("\\First Storage Group\\E01.log", "L", 10)};
+        CatalogAll();
+        ASSERT_EQ(0, m_executor->BeginExtract());
+        m_wrapper.calls.clear();
+        ClearLog();
+        m_target = m_temp.Child(L"restore");
+        m_file = m_target + L"\\priv1.edb";
+    }
+
+    int32_t Extract(INetWorkerUpdateProgressCallBack* progress, uint32_t index = 0) {
+        return m_executor->ExtractFile(index, m_target.c_str(), L"priv1.edb", progress, &m_error);
+    }
+
+    std::wstring PathLine() const { return L"Path is " + m_target + L".\n"; }
+
+    TempDirectory m_temp;
+    std::wstring m_target;
+    std::wstring m_file;
+};
+
+TEST_F(ExtractTest, CopiesEveryBlockAndThrottlesProgress) {
+    m_wrapper.data = PatternData(40000);
+    m_system.ticks = {1000, 1200, 1500};
+    ASSERT_EQ(0, Extract(&m_progress));
+    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+    EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAGetData", "BSAGetData", "BSAGetData",
+                                        "BSAEndData"}),
+              m_wrapper.calls);
+    // The object is opened with its catalogued descriptor.
+    ASSERT_EQ(1u, m_wrapper.gotObjects.size());
+    EXPECT_STREQ("\\First Storage Group\\priv1.edb", m_wrapper.gotObjects[0].objectName.pathName);
+    EXPECT_EQ(40000u, m_wrapper.gotObjects[0].size.right);
+    EXPECT_EQ((std::vector<uint32_t>{16384, 16384, 16384}), m_wrapper.getDataBufferLens);
+    EXPECT_EQ((std::vector<uint32_t>{16384, 16384, 7232}), m_system.writeSizes);
+
+    // At once with 0, the first block at once (the last report time starts at 0), then at most
+    // every 750 ms, and the rest at the end; each carries the bytes since the previous one.
+    ASSERT_EQ(3u, m_progress.reports.size());
+    EXPECT_EQ(1u, m_progress.reports[0].state);
+    EXPECT_EQ(0u, m_progress.reports[0].bytesDone);
+    EXPECT_EQ(16384u, m_progress.reports[1].bytesDone);
+    EXPECT_EQ(23616u, m_progress.reports[2].bytesDone);
+    EXPECT_EQ(m_progress.records[0], m_progress.records[2]) << "one record for every report";
+
+    EXPECT_EQ((LogTexts{{LogLevelInfo, PathLine()}}), Lines());
+    EXPECT_EQ(
+        (std::vector<std::wstring>{L"NetWorkerApiExecutor::ExtractFile|Method Start",
+                                   L"NetWorkerApiExecutor::CreateExtractionFile|Method Start",
+                                   L"NetWorkerApiExecutor::RecursiveCreateDirectory|Method Start",
+                                   L"NetWorkerApiExecutor::RecursiveCreateDirectory|Method End",
+                                   L"NetWorkerApiExecutor::CreateExtractionFile|Method End",
+                                   L"NetWorkerApiExecutor::LoadLrgVecObjects|Method Start",
+                                   L"NetWorkerApiExecutor::LoadLrgVecObjects|Method End",
+                                   L"NetWorkerApiExecutor::ExtractFile|Method End"}),
+        Traces());
+}
+
+TEST_F(ExtractTest, ReportsWhenTheIntervalHasPassed) {
+    m_wrapper.data = PatternData(16384 * 4);
+    m_system.ticks = {5000, 5749, 5750, 6499};
+    ASSERT_EQ(0, Extract(&m_progress));
+    ASSERT_EQ(4u, m_progress.reports.size());
+    EXPECT_EQ(16384u, m_progress.reports[1].bytesDone);  // 5000
+    EXPECT_EQ(32768u, m_progress.reports[2].bytesDone);  // 5750: exactly 750 later
+    EXPECT_EQ(16384u, m_progress.reports[3].bytesDone);  // the final report
+}
+
+TEST_F(ExtractTest, ThrottleSurvivesTheTickCounterWrapping) {
+    m_wrapper.data = PatternData(16384 * 2);
+    m_system.ticks = {0xFFFFFF00u, 0x00000100u};  // 512 ms later, across the wrap
+    ASSERT_EQ(0, Extract(&m_progress));
+    ASSERT_EQ(3u, m_progress.reports.size());
+    EXPECT_EQ(16384u, m_progress.reports[1].bytesDone);
+    EXPECT_EQ(16384u, m_progress.reports[2].bytesDone) << "not due yet: sent at the end";
+}
+
+TEST_F(ExtractTest, LargerServerBufferIsUsed) {
+    m_wrapper.bufferLenWanted = 20000;
+    m_wrapper.data = PatternData(50000);
+    ASSERT_EQ(0, Extract(nullptr));
+    EXPECT_EQ((std::vector<uint32_t>{20000, 20000, 20000}), m_wrapper.getDataBufferLens);
+    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+}
+
+TEST_F(ExtractTest, BufferLengthsAreSixteenBit) {
+    m_wrapper.bufferLenWanted = 70000;  // 4464 as a 16-bit value: the default buffer stays
+    m_wrapper.data = PatternData(20000);
+    ASSERT_EQ(0, Extract(nullptr));
+    EXPECT_EQ((std::vector<uint32_t>{16384, 16384}), m_wrapper.getDataBufferLens);
+    m_wrapper.bufferLenWanted = 16385;
+    ASSERT_EQ(0, Extract(nullptr));
+    EXPECT_EQ(16385u, m_wrapper.getDataBufferLens.back());
+}
+
+TEST_F(ExtractTest, EmptyObjectGivesEmptyFileAndTwoZeroReports) {
+    m_wrapper.data.clear();
+    m_system.ticks = {1000};
+    ASSERT_EQ(0, Extract(&m_progress));
+    EXPECT_TRUE(FileExists(m_file));
+    EXPECT_EQ("", ReadWholeFile(m_file));
+    ASSERT_EQ(2u, m_progress.reports.size());
+    EXPECT_EQ(0u, m_progress.reports[0].bytesDone);
+    EXPECT_EQ(0u, m_progress.reports[1].bytesDone);
+}
+
+TEST_F(ExtractTest, NoProgressCallbackNoReports) {
+    m_wrapper.data = PatternData(1000);
+    ASSERT_EQ(0, Extract(nullptr));
+    EXPECT_EQ(0, m_system.ticks.empty() ? 0 : 1);
+    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+}
+
+TEST_F(ExtractTest, ExistingFileIsOverwritten) {
+    CreateDirectoryW(m_target.c_str(), nullptr);
+    WriteWholeFile(m_file, std::string(100000, 'x'));
+    m_wrapper.data = "short";
+    ASSERT_EQ(0, Extract(nullptr));
+    EXPECT_EQ("short", ReadWholeFile(m_file));
+}
+
+TEST_F(ExtractTest, ShortWritesAreCompleted) {
+    m_wrapper.data = PatternData(20000);
+    m_system.shortWriteAt[0] = 100;
+    ASSERT_EQ(0, Extract(nullptr));
+    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+}
+
+TEST_F(ExtractTest, DiskFullRetriedWhenTheHostAnswersContinue) {
+    m_wrapper.data = PatternData(40000);
+    m_system.failWriteAt[1] = ERROR_DISK_FULL;
+    m_error.answers = {1246};
+    ASSERT_EQ(0, Extract(nullptr));
+    EXPECT_EQ(std::vector<uint32_t>{11}, m_error.codes);
+    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+    EXPECT_EQ((std::vector<uint32_t>{16384, 16384, 16384, 7232}), m_system.writeSizes);
+}
+
+TEST_F(ExtractTest, DiskFullRetryOnTheLastBlockReturnsContinueAndKeepsTheFile) {
+    m_wrapper.data = PatternData(20000);
+    m_system.failWriteAt[1] = ERROR_DISK_FULL;
+    m_error.answers = {1246};
+    EXPECT_EQ(1246, Extract(nullptr));
+    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+}
+
+TEST_F(ExtractTest, DiskFullAnsweredZeroCancelsAtTheNextBlock) {
+    m_wrapper.data = PatternData(40000);
+    m_system.failWriteAt[1] = ERROR_DISK_FULL;
+    m_error.answers = {0};
+    SetLastError(0);
+    EXPECT_EQ(1223, Extract(nullptr));
+    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAGetData", "BSAGetData", "BSAEndData"}),
+              m_wrapper.calls);
+    const LogTexts lines = Lines();
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ(L"User Canceled the extraction process", lines[1].second);
+    EXPECT_TRUE(StartsWith(lines[2].second, L"HRESULT 000004c7 GetLastError() "));
+}
+
+TEST_F(ExtractTest, DiskFullAnsweredZeroOnTheLastBlockKeepsTheShorterFile) {
+    m_wrapper.data = PatternData(20000);
+    m_system.failWriteAt[1] = ERROR_DISK_FULL;
+    m_error.answers = {0};
+    EXPECT_EQ(0, Extract(nullptr));
+    EXPECT_EQ(m_wrapper.data.substr(0, 16384), ReadWholeFile(m_file));
+    EXPECT_EQ((LogTexts{{LogLevelInfo, PathLine()}}), Lines());
+}
+
+TEST_F(ExtractTest, DiskFullAnsweredWithAFailureReturnsThatFailure) {
+    m_wrapper.data = PatternData(40000);
+    m_system.failWriteAt[0] = ERROR_DISK_FULL;
+    m_error.answers = {0x80004005u};
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
+    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAGetData", "BSAEndData"}),
+              m_wrapper.calls);
+}
+
+TEST_F(ExtractTest, OtherWriteFailuresFailTheExtraction) {
+    m_wrapper.data = PatternData(40000);
+    m_system.failWriteAt[1] = ERROR_ACCESS_DENIED;
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
+    EXPECT_TRUE(m_error.codes.empty());
+    EXPECT_FALSE(FileExists(m_file));
+    const LogTexts lines = Lines();
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ((std::pair<LogLevel, std::wstring>{LogLevelError, L"WriteFile Failed"}), lines[1]);
+    EXPECT_EQ(HResultLine(0x80004005, ERROR_ACCESS_DENIED), lines[2].second);
+}
+
+TEST_F(ExtractTest, GetObjectFailureDeletesTheFileAndEndsTheData) {
+    m_wrapper.getObjectRc = 3;
+    SetLastError(0);
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(&m_progress));
+    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_TRUE(m_progress.reports.empty());
+    EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAEndData"}), m_wrapper.calls);
+    const LogTexts lines = Lines();
+    ASSERT_EQ(4u, lines.size());
+    EXPECT_EQ(L"BSA Error 3\n", lines[1].second);
+    EXPECT_EQ(L"BSAGetObject failed", lines[2].second);
+    EXPECT_TRUE(StartsWith(lines[3].second, L"HRESULT 80004005 GetLastError() "));
+}
+
+TEST_F(ExtractTest, GetDataFailureDeletesThePartialFile) {
+    m_wrapper.data = PatternData(40000);
+    m_wrapper.getDataRcAt[1] = 6;
+    m_system.ticks = {1000};
+    EXPECT_EQ(static_cast<int32_t>(0x80070006), Extract(&m_progress));
+    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_EQ("BSAEndData", m_wrapper.calls.back());
+    const LogTexts lines = Lines();
+    ASSERT_EQ(4u, lines.size());
+    EXPECT_EQ(L"BSA Error 6\n", lines[1].second);
+    EXPECT_EQ(L"BSAGetData failed", lines[2].second);
+    // No final report after a failure.
+    EXPECT_EQ(2u, m_progress.reports.size());
+}
+
+TEST_F(ExtractTest, ServerDeliveringMoreThanTheBufferIsRefused) {
+    m_wrapper.data = PatternData(40000);
+    m_wrapper.getDataNumBytesAt[0] = 30000;
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
+    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_EQ(L"BSAGetData delivered more than the buffer holds", Lines().at(1).second);
+}
+
+TEST_F(ExtractTest, ProgressAnswerTrueCancels) {
+    m_wrapper.data = PatternData(40000);
+    m_system.ticks = {1000};
+    m_progress.answer = [](size_t report) { return report == 1; };
+    EXPECT_EQ(1223, Extract(&m_progress));
+    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAGetData", "BSAEndData"}),
+              m_wrapper.calls);
+}
+
+TEST_F(ExtractTest, FirstProgressAnswerTrueCancelsBeforeAnyData) {
+    m_wrapper.data = PatternData(40000);
+    m_progress.answer = [](size_t) { return true; };
+    EXPECT_EQ(1223, Extract(&m_progress));
+    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAEndData"}), m_wrapper.calls);
+}
+
+TEST_F(ExtractTest, FirstProgressAnswerClearsAnEarlierQuit) {
+    m_wrapper.data = PatternData(100);
+    m_executor->Quit();
+    EXPECT_EQ(0, Extract(&m_progress));
+    EXPECT_TRUE(FileExists(m_file));
+    // Without a progress callback the pending Quit cancels.
+    m_executor->Quit();
+    EXPECT_EQ(1223, Extract(nullptr));
+    EXPECT_FALSE(FileExists(m_file));
+}
+
+TEST_F(ExtractTest, QuitDuringAThrottledTransferCancelsAndDeletes) {
+    m_wrapper.data = PatternData(16384 * 6);
+    m_system.ticks = {1000, 1100, 1200, 1300, 1400, 1500};
+    m_wrapper.duringGetData = [&](int call) {
+        if (call == 2) {
+            std::thread([&] { EXPECT_EQ(0, m_executor->Quit()); }).join();
+        }
+    };
+    EXPECT_EQ(1223, Extract(&m_progress));
+    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_EQ(3, m_system.writeCalls) << "the block in flight is written, then the loop stops";
+    EXPECT_EQ("BSAEndData", m_wrapper.calls.back());
+    // Reports: the initial one and the first block; the rest was never due.
+    EXPECT_EQ(2u, m_progress.reports.size());
+}
+
+TEST_F(ExtractTest, CreatesMissingDirectoryLevels) {
+    const std::wstring existing = m_temp.Child(L"a");
+    ASSERT_TRUE(CreateDirectoryW(existing.c_str(), nullptr));
+    m_target = existing + L"\\b\\c";
+    m_file = m_target + L"\\priv1.edb";
+    m_wrapper.data = "abc";
+    ASSERT_EQ(0, Extract(nullptr));
+    EXPECT_EQ("abc", ReadWholeFile(m_file));
+    // Every level from below the root is asked for; existing ones count as created.
+    ASSERT_GE(m_system.directoriesAsked.size(), 3u);
+    const size_t n = m_system.directoriesAsked.size();
+    EXPECT_EQ(existing, m_system.directoriesAsked[n - 3]);
+    EXPECT_EQ(existing + L"\\b", m_system.directoriesAsked[n - 2]);
+    EXPECT_EQ(existing + L"\\b\\c", m_system.directoriesAsked[n - 1]);
+    // The first level asked for sits right below the drive's root.
+    EXPECT_EQ(std::wstring::npos, m_system.directoriesAsked[0].find(L'\\', 3))
+        << m_system.directoriesAsked[0];
+}
+
+TEST_F(ExtractTest, TrailingBackslashMakesNoDifference) {
+    m_target = m_temp.Child(L"x\\y\\");
+    m_wrapper.data = "abc";
+    ASSERT_EQ(0, Extract(nullptr));
+    EXPECT_EQ("abc", ReadWholeFile(m_temp.Child(L"x\\y\\priv1.edb")));
+    EXPECT_EQ(m_temp.Child(L"x\\y"), m_system.directoriesAsked.back());
+}
+
+TEST_F(ExtractTest, PathWithoutLevelIsRefused) {
+    m_target = L"C:restore";
+    SetLastError(0);
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
+    EXPECT_TRUE(m_system.directoriesAsked.empty());
+    EXPECT_EQ((std::vector<std::string>{"BSAEndData"}), m_wrapper.calls);
+    const LogTexts lines = Lines();
+    ASSERT_EQ(6u, lines.size());
+    EXPECT_EQ((std::pair<LogLevel, std::wstring>{LogLevelInfo, L"Path is C:restore.\n"}), lines[0]);
+    EXPECT_EQ((std::pair<LogLevel, std::wstring>{LogLevelError, L"Path not long enough.\n"}),
+              lines[1]);
+    EXPECT_EQ(L"Could not Create File", lines[2].second);
+    EXPECT_EQ(HResultLine(0x80004005, 0x80004005), lines[3].second);
+    EXPECT_EQ(L"DeleteFile failed\n", lines[4].second);
+    EXPECT_TRUE(StartsWith(lines[5].second, L"HRESULT 0000000")) << lines[5].second;
+}
+
+TEST_F(ExtractTest, NetworkPathEndingAfterTheShareIsRefused) {
+    m_target = L"\\\\server\\share";
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
+    EXPECT_EQ(L"Path not long enough.\n", Lines().at(1).second);
+}
+
+TEST_F(ExtractTest, ShortAndNullDirectories) {
+    m_target = L"C:";
+    SetLastError(0);
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
+    LogTexts lines = Lines();
+    EXPECT_EQ((std::pair<LogLevel, std::wstring>{LogLevelError, L"Path too short.\n"}), lines[0]);
+    EXPECT_EQ(L"Could not Create File", lines[1].second);
+
+    ClearLog();
+    EXPECT_EQ(static_cast<int32_t>(0x80004005),
+              m_executor->ExtractFile(0, nullptr, L"priv1.edb", nullptr, &m_error));
+    lines = Lines();
+    EXPECT_EQ((std::pair<LogLevel, std::wstring>{LogLevelError, L"Null Path.\n"}), lines[0]);
+    EXPECT_EQ(HResultLine(0x80004005, 0x80070057), lines[2].second);
+}
+
+TEST_F(ExtractTest, DirectoryFailureSurfacesAsUnableToCreateFile) {
+    const std::wstring level = m_temp.Child(L"locked");
+    m_system.failDirectory[level] = ERROR_ACCESS_DENIED;
+    m_target = level + L"\\inner";
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
+    const LogTexts lines = Lines();
+    ASSERT_GE(lines.size(), 5u);
+    const size_t n = m_system.directoriesAsked.size();
+    EXPECT_EQ(level, m_system.directoriesAsked[n - 1]) << "stops at the failing level";
+    EXPECT_EQ((std::pair<LogLevel, std::wstring>{LogLevelError,
+                                                 L"Unable to create directory 0x000005.\n"}),
+              lines[1]);
+    EXPECT_TRUE(StartsWith(lines[2].second, L"Unable to create file " + m_target +
+                                                L"\\priv1.edb. GetLastError() = 0x"))
+        << lines[2].second;
+    EXPECT_EQ(L"Could not Create File", lines[3].second);
+}
+
+TEST_F(ExtractTest, DirectoryFailureWithoutErrorNumberGivesWriteFault) {
+    const std::wstring level = m_temp.Child(L"odd");
+    m_system.failDirectory[level] = 0;
+    m_target = level;
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
+    const LogTexts lines = Lines();
+    EXPECT_EQ(L"Unable to create directory 00000000.\n", lines[1].second);
+    EXPECT_EQ(L"Could not Create File", lines[2].second);
+    EXPECT_EQ(HResultLine(0x80004005, 29), lines[3].second);
+}
+
+TEST_F(ExtractTest, FileThatCannotBeCreatedIsReported) {
+    // A directory of the file's name makes creating the file fail.
+    ASSERT_TRUE(CreateDirectoryW(m_target.c_str(), nullptr));
+    ASSERT_TRUE(CreateDirectoryW(m_file.c_str(), nullptr));
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(&m_progress));
+    EXPECT_TRUE(m_progress.reports.empty());
+    EXPECT_EQ((std::vector<std::string>{"BSAEndData"}), m_wrapper.calls);
+    const LogTexts lines = Lines();
+    ASSERT_EQ(6u, lines.size());
+    EXPECT_TRUE(
+        StartsWith(lines[1].second, L"Unable to create file " + m_file + L". GetLastError() = 0x"));
+    EXPECT_EQ(L"Could not Create File", lines[2].second);
+    EXPECT_EQ(L"DeleteFile failed\n", lines[4].second);
+    EXPECT_TRUE(DirectoryExists(m_file));
+}
+
+TEST_F(ExtractTest, IndexOutOfRangeLeavesTheDestinationAlone) {
+    CreateDirectoryW(m_target.c_str(), nullptr);
+    WriteWholeFile(m_file, "host data");
+    SetLastError(0);
+    EXPECT_EQ(static_cast<int32_t>(0x80070057), Extract(&m_progress, 2));
+    EXPECT_EQ("host data", ReadWholeFile(m_file));
+    EXPECT_EQ((std::vector<std::string>{"BSAEndData"}), m_wrapper.calls);
+    EXPECT_EQ((LogTexts{{LogLevelError, L"Catalogue index 2 out of range (2 entries)"},
+                        {LogLevelError, HResultLine(0x80070057, 0)}}),
+              Lines());
+    EXPECT_TRUE(m_progress.reports.empty());
+}
+
+TEST_F(ExtractTest, EndDataFailureIsLoggedOnly) {
+    m_wrapper.data = "abc";
+    m_wrapper.endDataResult = 3;
+    EXPECT_EQ(0, Extract(nullptr));
+    EXPECT_EQ("abc", ReadWholeFile(m_file));
+    EXPECT_EQ((LogTexts{{LogLevelInfo, PathLine()},
+                        {LogLevelError, L"BSA Error 3\n"},
+                        {LogLevelError, L"BSAEndData failed with error 80004005.\n"}}),
+              Lines());
+}
+
+TEST_F(ExtractTest, DestinationPathTooLongIsReported) {
+    m_target = m_temp.Child(std::wstring(1020, L'z'));
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
+    bool reported = false;
+    for (const auto& line : Lines()) {
+        reported = reported || StartsWith(line.second, L"Unable to create file ");
+    }
+    EXPECT_TRUE(reported);
+}
