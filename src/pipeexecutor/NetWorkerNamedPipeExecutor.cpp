@@ -170,6 +170,12 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
                                             INetWorkerErrorCallBack* error) {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::Catalog";
     NWX_TRACE_PIPE_METHOD(kMethod);
+    // Refused here, with the in-process executor's exception, rather than in the helper,
+    // where the exception would end the helper's session.
+    if (timeBefore != nullptr && timeAfter != nullptr &&
+        ::CompareFileTime(timeAfter, timeBefore) > 0) {
+        throw std::invalid_argument("timeAfter cannot be later than timeBefore");
+    }
     SendToHelper(IpcBuildBeginCatalog(timeBefore, timeAfter));
 
     for (;;) {

@@ -10,6 +10,9 @@
 // - GetFileSize reports a failed lookup as size 0 with status 0 (the reply has no status) and
 //   leaves *size alone when it fails itself;
 // - Quit sends nothing and cancels nothing; cancelling goes through the callbacks' answers.
+// Catalog refuses a window whose timeAfter is later than its timeBefore with the same
+// std::invalid_argument as the in-process executor, before anything is sent, so the helper's
+// session survives it.
 // A null fileFound, progress or error callback is tolerated here (the in-process executor
 // tolerates a null fileFound and progress): a missing fileFound or progress answers "go on",
 // a missing error callback answers 0, which cancels a disk-full retry like any value but 1246.

@@ -222,6 +222,21 @@ TEST_F(PipeExecutorTest, CatalogSendsTimeAfterAt8AndTimeBeforeAt16) {
     EXPECT_EQ(sent[16], 0x44);
 }
 
+TEST_F(PipeExecutorTest, CatalogRefusesAReversedWindowBeforeSending) {
+    FILETIME before{0, 0x01C00000u};
+    FILETIME after{1, 0x01C00000u};
+    try {
+        m_executor->Catalog(&before, &after, nullptr, nullptr);
+        FAIL() << "expected std::invalid_argument";
+    } catch (const std::invalid_argument& e) {
+        EXPECT_STREQ(e.what(), "timeAfter cannot be later than timeBefore");
+    }
+    EXPECT_TRUE(m_connection.Sent().empty());
+    // Equal bounds are a valid one-instant window.
+    m_connection.Queue(StatusReply<IpcFinishCatalog>(0));
+    EXPECT_EQ(m_executor->Catalog(&before, &before, nullptr, nullptr), 0);
+}
+
 TEST_F(PipeExecutorTest, CatalogSendsZeroForNullBounds) {
     m_connection.Queue(StatusReply<IpcFinishCatalog>(1169));
     EXPECT_EQ(m_executor->Catalog(nullptr, nullptr, nullptr, nullptr), 1169);

@@ -1,0 +1,461 @@
+// One host conformance suite, run with the in-process executor and with the pipe executor
+// driving the real helper program against the simulated NetWorker. The results must be the
+// same except where the out-of-process mode differs on purpose:
+// - backupTime carries the day of the week (it travels as a FILETIME);
+// - GetFileSize reports a failed size lookup as size 0 with success;
+// - Quit does not cancel a running operation;
+// - a reversed time window is refused on the host side, so the helper's XBSA transaction is
+//   not left open as the in-process executor leaves its own.
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "../exports/ExportsTestSupport.h"
+#include "HostSessions.h"
+#include "NwsimSetup.h"
+
+namespace {
+
+NwsimInstallation g_nwsim;
+
+class NwsimEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        std::wstring reason;
+        ASSERT_TRUE(InstallSeededNwsim(L"conformance", 0, &g_nwsim, &reason))
+            << std::string(reason.begin(), reason.end());
+    }
+};
+const auto* const g_environment = ::testing::AddGlobalTestEnvironment(new NwsimEnvironment);
+
+struct InProcess {
+    static constexpr bool kThroughPipe = false;
+    static std::unique_ptr<HostSession> Open() { return std::make_unique<DirectSession>(); }
+};
+
+struct ThroughPipe {
+    static constexpr bool kThroughPipe = true;
+    static std::unique_ptr<HostSession> Open() {
+        return std::make_unique<PipeSession>(UniquePipeName(L"conformance"));
+    }
+};
+
+struct Found {
+    uint32_t index;
+    SYSTEMTIME backupTime;
+    std::string path;
+    uint64_t size;
+    uint64_t restoreOrder;
+};
+
+class RecordingFileFound : public INetWorkerFileFoundCallBack {
+public:
+    bool NetWorkerFileFound(const NetWorkerFileInfo* file) override {
+        found.push_back(
+            Found{file->index, file->backupTime, file->path, file->size, file->restoreOrder});
+        return stopAfter != 0 && found.size() == stopAfter;
+    }
+    std::vector<Found> found;
+    size_t stopAfter = 0;  // 0: never stop
+};
+
+class RecordingErrors : public INetWorkerErrorCallBack {
+public:
+    uint32_t NetWorkerError(uint32_t code) override {
+        codes.push_back(code);
+        return answer ? answer(code) : 0;
+    }
+    uint32_t AllocationError(const NetWorkerAllocationInfo* info) override {
+        allocations.push_back(*info);
+        return 0;
+    }
+    std::vector<uint32_t> codes;
+    std::vector<NetWorkerAllocationInfo> allocations;
+    std::function<uint32_t(uint32_t)> answer;
+};
+
+class RecordingProgress : public INetWorkerUpdateProgressCallBack {
+public:
+    bool UpdateProgress(NetWorkerProgressInfo* progress) override {
+        reports.push_back(*progress);
+        if (onReport) {
+            onReport(reports.size());
+        }
+        return cancelAt != 0 && reports.size() == cancelAt;
+    }
+    uint64_t BytesDone() const {
+        uint64_t total = 0;
+        for (const auto& report : reports) {
+            total += report.bytesDone;
+        }
+        return total;
+    }
+    std::vector<NetWorkerProgressInfo> reports;
+    size_t cancelAt = 0;  // 0: never cancel
+    std::function<void(size_t)> onReport;
+};
+
+struct ExpectedEntry {
+    const char* path;
+    uint64_t size;
+    uint64_t restoreOrder;
+    unsigned objectId;
+};
+
+// The seeded client's Exchange files, catalogue indexes 0 to 13 (objects 12 to 25).
+const ExpectedEntry kSeededCatalogue[] = {
+    {"/First Storage Group/Mailbox Store (EX01).edb", 0, 3000004, 12},
+    {"/First Storage Group/Mailbox Store (EX01).stm", 0, 3000005, 13},
+    {"/First Storage Group/Public Folder Store (EX01).edb", 0, 3000006, 14},
+    {"/First Storage Group/Public Folder Store (EX01).stm", 0, 3000007, 15},
+    {"/First Storage Group/E00.chk", 8192, 3000008, 16},
+    {"/First Storage Group/E00000101.log", 5242880, 3000009, 17},
+    {"/First Storage Group/E00000102.log", 5242880, 3000010, 18},
+    {"/First Storage Group/E00000103.log", 5242880, 3000011, 19},
+    {"/Second Storage Group/Mailbox Store 2 (EX01).edb", 0, 3000012, 20},
+    {"/Second Storage Group/Mailbox Store 2 (EX01).stm", 0, 3000013, 21},
+    {"/Second Storage Group/E01.chk", 8192, 3000014, 22},
+    {"/Second Storage Group/E01000A1.log", 5242880, 3000015, 23},
+    {"/Second Storage Group/E01000A2.log", 5242880, 3000016, 24},
+    {"/Second Storage Group/E01tmp.log", 5242880, 3000017, 25},
+};
+constexpr uint32_t kIndexFourBlocks = 12;   // object 24: exactly 4 blocks of 16,384 bytes
+constexpr uint32_t kIndexTwoMegabytes = 8;  // object 20: 2,097,153 bytes
+
+FILETIME MakeFileTime(WORD year, WORD month, WORD day, WORD hour) {
+    SYSTEMTIME time{year, month, 0, day, hour, 0, 0, 0};
+    FILETIME out{};
+    SystemTimeToFileTime(&time, &out);
+    return out;
+}
+
+bool FileExists(const std::wstring& path) {
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+template <typename Mode>
+class ConformanceTest : public ::testing::Test {
+protected:
+    // Starts a session; faults (NWSIM_FAULTS) are read by the simulated XBSA library at
+    // BSAInit, in this process or in the helper, which inherits the environment.
+    void Start(const std::wstring& faults = L"") {
+        if (!faults.empty()) {
+            m_faults = std::make_unique<ScopedEnvironment>(L"NWSIM_FAULTS", faults);
+        }
+        m_session = Mode::Open();
+        ASSERT_EQ(m_session->Initialize("cli", "srv"), 0);
+    }
+
+    INetWorkerExecutor* Executor() { return m_session->Executor(); }
+
+    int32_t CatalogueAll(RecordingFileFound* found, RecordingErrors* errors) {
+        return Executor()->Catalog(nullptr, nullptr, found, errors);
+    }
+
+    void TearDown() override {
+        m_session.reset();
+        m_faults.reset();
+    }
+
+    std::unique_ptr<ScopedEnvironment> m_faults;
+    std::unique_ptr<HostSession> m_session;
+};
+
+using Modes = ::testing::Types<InProcess, ThroughPipe>;
+class ModeNames {
+public:
+    template <typename T>
+    static std::string GetName(int) {
+        return T::kThroughPipe ? "ThroughPipe" : "InProcess";
+    }
+};
+TYPED_TEST_SUITE(ConformanceTest, Modes, ModeNames);
+
+TYPED_TEST(ConformanceTest, CatalogueWithoutWindowListsTheSeededExchangeFiles) {
+    this->Start();
+    RecordingFileFound found;
+    RecordingErrors errors;
+    EXPECT_EQ(this->CatalogueAll(&found, &errors), 0);
+    EXPECT_TRUE(errors.codes.empty());
+    ASSERT_EQ(found.found.size(), std::size(kSeededCatalogue));
+    for (size_t i = 0; i < found.found.size(); ++i) {
+        const Found& entry = found.found[i];
+        SCOPED_TRACE(entry.path);
+        EXPECT_EQ(entry.index, i);
+        EXPECT_EQ(entry.path, kSeededCatalogue[i].path);
+        EXPECT_EQ(entry.size, kSeededCatalogue[i].size);
+        EXPECT_EQ(entry.restoreOrder, kSeededCatalogue[i].restoreOrder);
+        EXPECT_EQ(entry.backupTime.wYear, 2024);
+        EXPECT_EQ(entry.backupTime.wMonth, 5);
+        EXPECT_EQ(entry.backupTime.wDay, 8);
+        EXPECT_EQ(entry.backupTime.wHour, 23);
+        EXPECT_EQ(entry.backupTime.wMinute, 59);
+        EXPECT_EQ(entry.backupTime.wSecond, 30);
+        EXPECT_EQ(entry.backupTime.wMilliseconds, 0);
+        // 2024-05-08 is a Wednesday; only the pipe's FILETIME round trip fills it in.
+        EXPECT_EQ(entry.backupTime.wDayOfWeek, TypeParam::kThroughPipe ? 3 : 0);
+    }
+}
+
+TYPED_TEST(ConformanceTest, CatalogueWindowComparesCalendarDates) {
+    this->Start();
+    // The objects were made at 23:59:30 on 2024-05-08; only their date counts, as midnight.
+    const FILETIME midnight = MakeFileTime(2024, 5, 8, 0);
+    RecordingFileFound sameDay;
+    EXPECT_EQ(this->Executor()->Catalog(&midnight, &midnight, &sameDay, nullptr), 0);
+    EXPECT_EQ(sameDay.found.size(), std::size(kSeededCatalogue));
+
+    const FILETIME noon = MakeFileTime(2024, 5, 8, 12);
+    RecordingFileFound afterNoon;
+    EXPECT_EQ(this->Executor()->Catalog(nullptr, &noon, &afterNoon, nullptr), 0);
+    EXPECT_TRUE(afterNoon.found.empty());
+
+    const FILETIME dayBefore = MakeFileTime(2024, 5, 7, 23);
+    RecordingFileFound earlier;
+    EXPECT_EQ(this->Executor()->Catalog(&dayBefore, nullptr, &earlier, nullptr), 0);
+    EXPECT_TRUE(earlier.found.empty());
+
+    RecordingFileFound open;
+    EXPECT_EQ(this->Executor()->Catalog(&noon, &dayBefore, &open, nullptr), 0);
+    EXPECT_EQ(open.found.size(), std::size(kSeededCatalogue));
+}
+
+TYPED_TEST(ConformanceTest, ReversedWindowThrowsTheSameException) {
+    this->Start();
+    const FILETIME early = MakeFileTime(2024, 5, 1, 0);
+    const FILETIME late = MakeFileTime(2024, 5, 9, 0);
+    RecordingFileFound found;
+    try {
+        this->Executor()->Catalog(&early, &late, &found, nullptr);
+        ADD_FAILURE() << "expected std::invalid_argument";
+    } catch (const std::invalid_argument& e) {
+        EXPECT_STREQ(e.what(), "timeAfter cannot be later than timeBefore");
+    }
+    EXPECT_TRUE(found.found.empty());
+    RecordingErrors errors;
+    EXPECT_EQ(this->CatalogueAll(&found, &errors), 0);
+    if (TypeParam::kThroughPipe) {
+        // Refused on the host side before anything is sent: the helper's session goes on.
+        EXPECT_EQ(found.found.size(), std::size(kSeededCatalogue));
+        EXPECT_TRUE(errors.codes.empty());
+    } else {
+        // In process the exception leaves the XBSA transaction open, so the next catalogue
+        // cannot start one.
+        EXPECT_TRUE(found.found.empty());
+        EXPECT_EQ(errors.codes, std::vector<uint32_t>{NwErrorBeginTxn});
+    }
+}
+
+TYPED_TEST(ConformanceTest, FileFoundThatStopsEndsAfterThatEntryAndKeepsIt) {
+    this->Start();
+    RecordingFileFound found;
+    found.stopAfter = 3;
+    EXPECT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    ASSERT_EQ(found.found.size(), 3u);
+    EXPECT_EQ(found.found[2].path, kSeededCatalogue[2].path);
+    uint64_t size = 1;
+    EXPECT_EQ(this->Executor()->GetFileSize(2, false, &size), 0);
+    EXPECT_EQ(size, 1500001u);
+}
+
+TYPED_TEST(ConformanceTest, SizesComeFromTheCatalogueOrCorrectedThroughNsrinfo) {
+    this->Start();
+    RecordingFileFound found;
+    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    uint64_t size = 0;
+    EXPECT_EQ(this->Executor()->GetFileSize(0, true, &size), 0);
+    EXPECT_EQ(size, 5000000000u);
+    EXPECT_EQ(this->Executor()->GetFileSize(4, false, &size), 0);
+    EXPECT_EQ(size, 8192u);
+    EXPECT_EQ(this->Executor()->GetFileSize(9, true, &size), 0);
+    EXPECT_EQ(size, 262147u);
+}
+
+TYPED_TEST(ConformanceTest, FailedSizeCorrectionFallsBackToTheCatalogueSize) {
+    this->Start(L"nsrinfo.exit=2");
+    RecordingFileFound found;
+    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    uint64_t size = 99;
+    const int32_t status = this->Executor()->GetFileSize(0, true, &size);
+    // The catalogue size with its upper half dropped: 5,000,000,000 mod 2^32.
+    EXPECT_EQ(size, 705032704u);
+    // The pipe's reply carries only the size, never the status.
+    EXPECT_EQ(status, TypeParam::kThroughPipe ? 0 : 1627);
+}
+
+TYPED_TEST(ConformanceTest, UncorrectedSizeKeepsOnlyTheLower32Bits) {
+    this->Start();
+    RecordingFileFound found;
+    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    uint64_t size = 99;
+    EXPECT_EQ(this->Executor()->GetFileSize(0, false, &size), 0);
+    EXPECT_EQ(size, 705032704u);
+    EXPECT_EQ(this->Executor()->GetFileSize(5, false, &size), 0);
+    EXPECT_EQ(size, 1048583u);  // a log's real size, not the 5,242,880 announced
+}
+
+TYPED_TEST(ConformanceTest, ExtractionWritesTheObjectAndReportsProgress) {
+    this->Start();
+    RecordingFileFound found;
+    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    const std::wstring directory = MakeScratchDirectory(L"extract") + L"\\new\\dirs";
+    RecordingProgress progress;
+    RecordingErrors errors;
+    ASSERT_EQ(this->Executor()->BeginExtract(), 0);
+    EXPECT_EQ(this->Executor()->ExtractFile(kIndexFourBlocks, directory.c_str(), L"E01000A2.log",
+                                            &progress, &errors),
+              0);
+    EXPECT_EQ(this->Executor()->EndExtract(), 0);
+    ASSERT_FALSE(progress.reports.empty());
+    EXPECT_EQ(progress.reports.front().bytesDone, 0u);
+    for (const auto& report : progress.reports) {
+        EXPECT_EQ(report.state, 1u);
+    }
+    EXPECT_EQ(progress.BytesDone(), 65536u);
+    EXPECT_TRUE(errors.codes.empty());
+    EXPECT_TRUE(VerifyAgainstStore(g_nwsim, kSeededCatalogue[kIndexFourBlocks].objectId,
+                                   directory + L"\\E01000A2.log"));
+}
+
+TYPED_TEST(ConformanceTest, ExtractionCancelledByProgressLeavesNoFile) {
+    this->Start();
+    RecordingFileFound found;
+    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    const std::wstring directory = MakeScratchDirectory(L"cancel");
+    RecordingProgress progress;
+    progress.cancelAt = 2;  // the first data block is always reported at once
+    ASSERT_EQ(this->Executor()->BeginExtract(), 0);
+    EXPECT_EQ(this->Executor()->ExtractFile(kIndexTwoMegabytes, directory.c_str(), L"db.edb",
+                                            &progress, nullptr),
+              1223);
+    EXPECT_EQ(this->Executor()->EndExtract(), 0);
+    EXPECT_EQ(progress.reports.size(), 2u);
+    EXPECT_FALSE(FileExists(directory + L"\\db.edb"));
+}
+
+TYPED_TEST(ConformanceTest, DiskFullRetriesOnceSpaceIsFreed) {
+    wchar_t small[MAX_PATH];
+    if (GetEnvironmentVariableW(L"NWX_SMALL_DISK", small, MAX_PATH) == 0) {
+        GTEST_FAIL() << "NWX_SMALL_DISK (a 1 MiB file system) is not set";
+    }
+    this->Start();
+    RecordingFileFound found;
+    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    const std::wstring directory = std::wstring(small) + L"\\" + UniquePipeName(L"full");
+    ASSERT_TRUE(CreateDirectoryW(directory.c_str(), nullptr));
+    // Fill the disk, leaving less than one object's worth.
+    const std::wstring filler = directory + L"\\filler";
+    {
+        HANDLE file =
+            CreateFileW(filler.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+        ASSERT_NE(file, INVALID_HANDLE_VALUE);
+        std::vector<char> block(4096, 'f');
+        DWORD written = 0;
+        while (WriteFile(file, block.data(), static_cast<DWORD>(block.size()), &written, nullptr) &&
+               written == block.size()) {
+        }
+        CloseHandle(file);
+    }
+    RecordingErrors errors;
+    errors.answer = [&](uint32_t code) -> uint32_t {
+        if (code == NwErrorDiskFull && DeleteFileW(filler.c_str())) {
+            return 1246;  // ERROR_CONTINUE: space was freed, write again
+        }
+        return 0;
+    };
+    ASSERT_EQ(this->Executor()->BeginExtract(), 0);
+    EXPECT_EQ(this->Executor()->ExtractFile(kIndexFourBlocks, directory.c_str(), L"log.log",
+                                            nullptr, &errors),
+              0);
+    EXPECT_EQ(this->Executor()->EndExtract(), 0);
+    EXPECT_EQ(errors.codes, std::vector<uint32_t>{NwErrorDiskFull});
+    EXPECT_TRUE(VerifyAgainstStore(g_nwsim, kSeededCatalogue[kIndexFourBlocks].objectId,
+                                   directory + L"\\log.log"));
+    DeleteFileW((directory + L"\\log.log").c_str());
+    RemoveDirectoryW(directory.c_str());
+}
+
+TYPED_TEST(ConformanceTest, DiskFullWithoutRetryCancelsAndLeavesNoFile) {
+    wchar_t small[MAX_PATH];
+    if (GetEnvironmentVariableW(L"NWX_SMALL_DISK", small, MAX_PATH) == 0) {
+        GTEST_FAIL() << "NWX_SMALL_DISK (a 1 MiB file system) is not set";
+    }
+    this->Start();
+    RecordingFileFound found;
+    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    const std::wstring directory = std::wstring(small) + L"\\" + UniquePipeName(L"full");
+    ASSERT_TRUE(CreateDirectoryW(directory.c_str(), nullptr));
+    RecordingErrors errors;  // answers 0: give up
+    ASSERT_EQ(this->Executor()->BeginExtract(), 0);
+    EXPECT_EQ(this->Executor()->ExtractFile(kIndexTwoMegabytes, directory.c_str(), L"db.edb",
+                                            nullptr, &errors),
+              1223);
+    EXPECT_EQ(this->Executor()->EndExtract(), 0);
+    EXPECT_EQ(errors.codes, std::vector<uint32_t>{NwErrorDiskFull});
+    EXPECT_FALSE(FileExists(directory + L"\\db.edb"));
+    RemoveDirectoryW(directory.c_str());
+}
+
+TYPED_TEST(ConformanceTest, FailedDataTransferLeavesNoFile) {
+    this->Start(L"BSAGetData=3@2");
+    RecordingFileFound found;
+    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    const std::wstring directory = MakeScratchDirectory(L"fault");
+    ASSERT_EQ(this->Executor()->BeginExtract(), 0);
+    EXPECT_EQ(this->Executor()->ExtractFile(kIndexFourBlocks, directory.c_str(), L"x.log", nullptr,
+                                            nullptr),
+              static_cast<int32_t>(0x80004005));
+    EXPECT_FALSE(FileExists(directory + L"\\x.log"));
+}
+
+TYPED_TEST(ConformanceTest, RefusedQueryIsReportedThroughTheErrorCallback) {
+    this->Start(L"BSAQueryObject=4");
+    RecordingFileFound found;
+    RecordingErrors errors;
+    EXPECT_EQ(this->CatalogueAll(&found, &errors), 0);
+    EXPECT_TRUE(found.found.empty());
+    EXPECT_EQ(errors.codes, std::vector<uint32_t>{NwErrorQueryAccess});
+}
+
+TYPED_TEST(ConformanceTest, FailedSessionStartReturnsTheSameStatus) {
+    ScopedEnvironment faults(L"NWSIM_FAULTS", L"BSAInit=3");
+    auto session = TypeParam::Open();
+    EXPECT_EQ(session->Initialize("cli", "srv"), static_cast<int32_t>(0x8007000A));
+}
+
+TYPED_TEST(ConformanceTest, QuitDuringExtraction) {
+    this->Start();
+    RecordingFileFound found;
+    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    const std::wstring directory = MakeScratchDirectory(L"quit");
+    RecordingProgress progress;
+    int32_t quitStatus = -1;
+    progress.onReport = [&](size_t report) {
+        if (report == 2) {
+            quitStatus = this->Executor()->Quit();
+        }
+    };
+    ASSERT_EQ(this->Executor()->BeginExtract(), 0);
+    const int32_t status = this->Executor()->ExtractFile(kIndexTwoMegabytes, directory.c_str(),
+                                                         L"db.edb", &progress, nullptr);
+    EXPECT_EQ(quitStatus, 0);
+    if (TypeParam::kThroughPipe) {
+        // Quit sends nothing: the extraction runs to its end.
+        EXPECT_EQ(status, 0);
+        EXPECT_TRUE(VerifyAgainstStore(g_nwsim, kSeededCatalogue[kIndexTwoMegabytes].objectId,
+                                       directory + L"\\db.edb"));
+    } else {
+        EXPECT_EQ(status, 1223);
+        EXPECT_FALSE(FileExists(directory + L"\\db.edb"));
+    }
+}
+
+}  // namespace
