@@ -336,6 +336,7 @@ TEST_F(NamedPipeConnectionTest, ClosePipeTwiceDoesNothingTheSecondTime) {
     Peer peer("client-echo", name);
     ASSERT_TRUE(peer.Started());
     server.WaitForConnection();
+    ASSERT_TRUE(peer.AwaitSignal());  // the peer has finished opening its end
     server.ClosePipe();
     EXPECT_EQ(peer.AwaitExit(), 0u);  // the peer's read failed: the server end is gone
     log.Clear();
