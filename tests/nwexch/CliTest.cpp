@@ -1,0 +1,495 @@
+// nwexch.exe as an administrator runs it: a separate process, against the simulated NetWorker
+// installed into this test's own Wine prefix (see run-cli-tests.sh).
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/UniqueHandle.h"
+
+namespace {
+
+const wchar_t kServer[] = L"backup1";
+const wchar_t kClient[] = L"exch1";
+const wchar_t kDatabase[] = L"/Second Storage Group/Mailbox Store 2 (EX01).edb";
+const uint64_t kDatabaseSize = 3000017;
+
+std::wstring Env(const wchar_t* name) {
+    wchar_t buffer[1024];
+    const DWORD length = GetEnvironmentVariableW(name, buffer, 1024);
+    return length == 0 || length >= 1024 ? std::wstring() : std::wstring(buffer, length);
+}
+
+std::wstring BinDir() {
+    wchar_t buffer[MAX_PATH];
+    const DWORD length = GetModuleFileNameW(nullptr, buffer, MAX_PATH);
+    std::wstring path(buffer, length);
+    return path.substr(0, path.find_last_of(L"\\/") + 1);
+}
+
+std::wstring Work() {
+    return Env(L"NWEXCH_TEST_WORK");
+}
+std::wstring Store() {
+    return Work() + L"\\store";
+}
+
+std::wstring Quote(const std::wstring& arg) {
+    std::wstring quoted = L"\"";
+    for (wchar_t c : arg) {
+        if (c == L'"') {
+            quoted += L'\\';
+        }
+        quoted += c;
+    }
+    // A trailing backslash would escape the closing quote.
+    if (!arg.empty() && arg.back() == L'\\') {
+        quoted += L'\\';
+    }
+    return quoted + L"\"";
+}
+
+std::string ReadAll(HANDLE handle) {
+    std::string text;
+    char buffer[4096];
+    DWORD read = 0;
+    while (ReadFile(handle, buffer, sizeof buffer, &read, nullptr) && read > 0) {
+        text.append(buffer, read);
+    }
+    return text;
+}
+
+struct Result {
+    DWORD exitCode = 0xFFFFFFFF;
+    std::string out;
+    std::string err;
+};
+
+Result RunProgram(const std::wstring& program, const std::vector<std::wstring>& args,
+                  const std::map<std::wstring, std::wstring>& env = {}) {
+    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+    UniqueHandle outRead, outWrite, errRead, errWrite;
+    EXPECT_TRUE(CreatePipe(outRead.put(), outWrite.put(), &inherit, 0));
+    EXPECT_TRUE(CreatePipe(errRead.put(), errWrite.put(), &inherit, 0));
+    SetHandleInformation(outRead.get(), HANDLE_FLAG_INHERIT, 0);
+    SetHandleInformation(errRead.get(), HANDLE_FLAG_INHERIT, 0);
+    UniqueFileHandle nul(CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                     &inherit, OPEN_EXISTING, 0, nullptr));
+
+    std::wstring commandLine = Quote(BinDir() + program);
+    for (const std::wstring& arg : args) {
+        commandLine += L" " + Quote(arg);
+    }
+    for (const auto& [name, value] : env) {
+        SetEnvironmentVariableW(name.c_str(), value.c_str());
+    }
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = nul.get();
+    startup.hStdOutput = outWrite.get();
+    startup.hStdError = errWrite.get();
+    PROCESS_INFORMATION info{};
+    const BOOL started = CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, TRUE, 0,
+                                        nullptr, nullptr, &startup, &info);
+    for (const auto& entry : env) {
+        SetEnvironmentVariableW(entry.first.c_str(), nullptr);
+    }
+    Result result;
+    if (!started) {
+        ADD_FAILURE() << "could not start " << std::string(program.begin(), program.end());
+        return result;
+    }
+    UniqueHandle process(info.hProcess);
+    UniqueHandle thread(info.hThread);
+    outWrite.reset();
+    errWrite.reset();
+    std::thread errReader([&] { result.err = ReadAll(errRead.get()); });
+    result.out = ReadAll(outRead.get());
+    errReader.join();
+    WaitForSingleObject(process.get(), INFINITE);
+    GetExitCodeProcess(process.get(), &result.exitCode);
+    return result;
+}
+
+std::vector<std::wstring> Session(std::vector<std::wstring> args, const wchar_t* mode) {
+    args.insert(args.end(), {L"--server", kServer, L"--client", kClient, L"--mode", mode});
+    return args;
+}
+
+Result Nwexch(const std::vector<std::wstring>& args, const wchar_t* mode = L"in-process",
+              const std::map<std::wstring, std::wstring>& env = {}) {
+    return RunProgram(L"nwexch.exe", Session(args, mode), env);
+}
+
+Result Admin(std::vector<std::wstring> args) {
+    args.insert(args.end(), {L"--root", Store()});
+    return RunProgram(L"nwsim-admin.exe", args);
+}
+
+bool Verify(const std::wstring& objectPath, const std::wstring& file) {
+    return Admin({L"verify", L"--server", kServer, L"--client", kClient, L"--object", objectPath,
+                  L"--file", file})
+               .exitCode == 0;
+}
+
+// Every file below a directory, recursively.
+void ListFiles(const std::wstring& dir, std::vector<std::wstring>* files) {
+    WIN32_FIND_DATAW data;
+    HANDLE find = FindFirstFileW((dir + L"\\*").c_str(), &data);
+    if (find == INVALID_HANDLE_VALUE) {
+        return;
+    }
+    do {
+        const std::wstring name = data.cFileName;
+        if (name == L"." || name == L"..") {
+            continue;
+        }
+        if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+            ListFiles(dir + L"\\" + name, files);
+        } else {
+            files->push_back(dir + L"\\" + name);
+        }
+    } while (FindNextFileW(find, &data));
+    FindClose(find);
+}
+
+// Minimal reader for the flat JSON objects nwexch writes: string and integer values.
+bool ParseJsonObject(const std::string& line, std::map<std::string, std::string>* fields) {
+    size_t i = 0;
+    auto skip = [&] {
+        while (i < line.size() && (line[i] == ' ' || line[i] == '\r')) {
+            ++i;
+        }
+    };
+    auto readString = [&](std::string* out) -> bool {
+        if (i >= line.size() || line[i] != '"') {
+            return false;
+        }
+        ++i;
+        while (i < line.size() && line[i] != '"') {
+            if (line[i] == '\\') {
+                if (++i >= line.size()) {
+                    return false;
+                }
+                const char e = line[i];
+                if (e == 'u') {
+                    if (i + 4 >= line.size()) {
+                        return false;
+                    }
+                    const unsigned code = std::stoul(line.substr(i + 1, 4), nullptr, 16);
+                    out->push_back(code < 0x80 ? static_cast<char>(code) : '?');
+                    i += 4;
+                } else if (e == 'n') {
+                    out->push_back('\n');
+                } else if (e == 't') {
+                    out->push_back('\t');
+                } else {
+                    out->push_back(e);
+                }
+            } else {
+                out->push_back(line[i]);
+            }
+            ++i;
+        }
+        ++i;
+        return i <= line.size();
+    };
+    skip();
+    if (i >= line.size() || line[i++] != '{') {
+        return false;
+    }
+    for (;;) {
+        skip();
+        std::string key, value;
+        if (!readString(&key)) {
+            return false;
+        }
+        skip();
+        if (i >= line.size() || line[i++] != ':') {
+            return false;
+        }
+        skip();
+        if (i < line.size() && line[i] == '"') {
+            if (!readString(&value)) {
+                return false;
+            }
+        } else {
+            while (i < line.size() && line[i] >= '0' && line[i] <= '9') {
+                value.push_back(line[i++]);
+            }
+            if (value.empty()) {
+                return false;
+            }
+        }
+        (*fields)[key] = value;
+        skip();
+        if (i < line.size() && line[i] == ',') {
+            ++i;
+            continue;
+        }
+        return i < line.size() && line[i] == '}' && i + 1 == line.size();
+    }
+}
+
+std::vector<std::map<std::string, std::string>> ListJson(
+    const std::vector<std::wstring>& extra = {}, const wchar_t* mode = L"in-process") {
+    std::vector<std::wstring> args = {L"list", L"--json"};
+    args.insert(args.end(), extra.begin(), extra.end());
+    const Result result = Nwexch(args, mode);
+    EXPECT_EQ(result.exitCode, 0u) << result.err;
+    std::vector<std::map<std::string, std::string>> rows;
+    size_t start = 0;
+    while (start < result.out.size()) {
+        size_t end = result.out.find('\n', start);
+        if (end == std::string::npos) {
+            end = result.out.size();
+        }
+        std::map<std::string, std::string> fields;
+        EXPECT_TRUE(ParseJsonObject(result.out.substr(start, end - start), &fields))
+            << result.out.substr(start, end - start);
+        rows.push_back(fields);
+        start = end + 1;
+    }
+    return rows;
+}
+
+std::string Narrow(const std::wstring& text) {
+    return std::string(text.begin(), text.end());
+}
+
+std::wstring IndexOf(const std::wstring& path) {
+    for (const auto& row : ListJson()) {
+        if (row.at("path") == Narrow(path)) {
+            const std::string& index = row.at("index");
+            return std::wstring(index.begin(), index.end());
+        }
+    }
+    ADD_FAILURE() << "not catalogued: " << Narrow(path);
+    return L"";
+}
+
+std::string IndexOfRow(const std::vector<std::map<std::string, std::string>>& rows,
+                       const std::string& path) {
+    for (const auto& row : rows) {
+        if (row.at("path") == path) {
+            return row.at("index");
+        }
+    }
+    return "?";
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+class NwexchCli : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        ASSERT_FALSE(Work().empty()) << "run through run-cli-tests.sh";
+        Install();
+        const Result seed = Admin({L"seed-exchange", L"--server", kServer, L"--client", kClient,
+                                   L"--db-size", std::to_wstring(kDatabaseSize)});
+        ASSERT_EQ(seed.exitCode, 0u) << seed.err;
+        // One log of an earlier day, so that date filters have something to tell apart.
+        const Result add =
+            Admin({L"add", L"--server", kServer, L"--client", kClient, L"--path",
+                   L"/Third Storage Group/E02000B1.log", L"--size", L"4096", L"--resource-type",
+                   L"L", L"--create-time", L"2024-05-01 10:00:00"});
+        ASSERT_EQ(add.exitCode, 0u) << add.err;
+    }
+
+    static void Install() {
+        const Result install = Admin({L"install", L"--dir", Work() + L"\\networker"});
+        ASSERT_EQ(install.exitCode, 0u) << install.err;
+    }
+
+    static std::wstring Destination(const wchar_t* name) { return Work() + L"\\" + name; }
+};
+
+TEST_F(NwexchCli, ListGivesTheSameOutputInBothModes) {
+    const Result inProcess = Nwexch({L"list"});
+    const Result helper = Nwexch({L"list"}, L"helper");
+    ASSERT_EQ(inProcess.exitCode, 0u) << inProcess.err;
+    ASSERT_EQ(helper.exitCode, 0u) << helper.err;
+    EXPECT_EQ(inProcess.out, helper.out);
+    EXPECT_TRUE(Contains(inProcess.out, "INDEX  BACKUP TIME"));
+    EXPECT_TRUE(Contains(inProcess.out, "2024-05-08 23:59:30"));
+    EXPECT_TRUE(Contains(inProcess.out, Narrow(kDatabase)));
+    // Containers of the storage groups are not Exchange files.
+    EXPECT_FALSE(Contains(inProcess.out, "/Private Information Store\n"));
+}
+
+TEST_F(NwexchCli, JsonLinesParseBackToTheCatalogue) {
+    const auto rows = ListJson();
+    ASSERT_GE(rows.size(), 10u);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_EQ(rows[i].at("index"), std::to_string(i));
+        EXPECT_EQ(rows[i].count("restoreOrder"), 1u);
+    }
+    bool sawDatabase = false;
+    for (const auto& row : rows) {
+        if (row.at("path") == Narrow(kDatabase)) {
+            sawDatabase = true;
+            EXPECT_EQ(row.at("size"), "0");  // databases are announced with size 0
+            EXPECT_EQ(row.at("backupTime"), "2024-05-08T23:59:30");
+        }
+        if (Contains(row.at("path"), ".log")) {
+            EXPECT_EQ(row.at("size"), "5242880");
+        }
+    }
+    EXPECT_TRUE(sawDatabase);
+    EXPECT_EQ(ListJson({}, L"helper"), rows);
+}
+
+TEST_F(NwexchCli, DateFiltersKeepIndexesAndCountWholeDays) {
+    const auto all = ListJson();
+    const auto beforeDay = ListJson({L"--before", L"2024-05-08"});
+    EXPECT_EQ(beforeDay, all);  // 23:59:30 is still on the 8th
+    const auto beforeTime = ListJson({L"--before", L"2024-05-08T23:59"});
+    ASSERT_EQ(beforeTime.size(), 1u);
+    EXPECT_EQ(beforeTime[0].at("path"), "/Third Storage Group/E02000B1.log");
+    EXPECT_EQ(beforeTime[0].at("index"), IndexOfRow(all, "/Third Storage Group/E02000B1.log"));
+    const auto after = ListJson({L"--after", L"2024-05-02"});
+    EXPECT_EQ(after.size(), all.size() - 1);
+    EXPECT_TRUE(ListJson({L"--after", L"2024-05-09"}).empty());
+    EXPECT_EQ(
+        ListJson({L"--after", L"2024-05-08T23:59:30", L"--before", L"2024-05-08T23:59:30"}).size(),
+        all.size() - 1);
+    EXPECT_TRUE(ListJson({L"--after", L"2024-05-01T10:00:01", L"--before", L"2024-05-07"}).empty());
+}
+
+TEST_F(NwexchCli, RestoreByIndexWritesTheExactBytes) {
+    const std::wstring index = IndexOf(kDatabase);
+    const std::wstring to = Destination(L"by-index");
+    const Result result = Nwexch({L"restore", index, L"--to", to});
+    ASSERT_EQ(result.exitCode, 0u) << result.out << result.err;
+    const std::wstring file = to + L"\\Second Storage Group\\Mailbox Store 2 (EX01).edb";
+    EXPECT_TRUE(Verify(kDatabase, file));
+    std::vector<std::wstring> files;
+    ListFiles(to, &files);
+    EXPECT_EQ(files.size(), 1u);
+    EXPECT_TRUE(Contains(result.out, "Restored 1 of 1 files, " + std::to_string(kDatabaseSize)));
+
+    const Result size = Nwexch({L"size", index, L"--exact"});
+    EXPECT_EQ(size.exitCode, 0u);
+    EXPECT_TRUE(Contains(size.out, std::to_string(kDatabaseSize)));
+}
+
+TEST_F(NwexchCli, RestoreByGlobInHelperModeAndFlat) {
+    const std::wstring to = Destination(L"by-glob");
+    const Result result =
+        Nwexch({L"restore", L"--match", L"/second storage group/*.LOG", L"--to", to, L"--flat"},
+               L"helper");
+    ASSERT_EQ(result.exitCode, 0u) << result.out << result.err;
+    std::vector<std::wstring> files;
+    ListFiles(to, &files);
+    ASSERT_EQ(files.size(), 3u);
+    for (const wchar_t* name : {L"E01000A1.log", L"E01000A2.log", L"E01tmp.log"}) {
+        EXPECT_TRUE(Verify(std::wstring(L"/Second Storage Group/") + name, to + L"\\" + name))
+            << Narrow(std::wstring(name));
+    }
+}
+
+TEST_F(NwexchCli, ExistingFilesAreNotOverwrittenUnlessAsked) {
+    const std::wstring to = Destination(L"twice");
+    const std::vector<std::wstring> args = {L"restore", L"--match", L"*/E01.chk", L"--to", to};
+    ASSERT_EQ(Nwexch(args).exitCode, 0u);
+    const Result again = Nwexch(args);
+    EXPECT_EQ(again.exitCode, 1u);
+    EXPECT_TRUE(Contains(again.err, "already exists"));
+    std::vector<std::wstring> overwrite = args;
+    overwrite.push_back(L"--overwrite");
+    const Result replaced = Nwexch(overwrite);
+    EXPECT_EQ(replaced.exitCode, 0u) << replaced.err;
+    EXPECT_TRUE(Verify(L"/Second Storage Group/E01.chk", to + L"\\Second Storage Group\\E01.chk"));
+}
+
+TEST_F(NwexchCli, CancellationLeavesNoPartialFileInEitherMode) {
+    for (const wchar_t* mode : {L"in-process", L"helper"}) {
+        const std::wstring to = Destination(L"cancelled-") + mode;
+        const Result result =
+            Nwexch({L"restore", L"--match", L"/Second Storage Group/*", L"--to", to}, mode,
+                   {{L"NWEXCH_CANCEL_AFTER_BYTES", L"1"}});
+        EXPECT_EQ(result.exitCode, 4u) << Narrow(mode) << result.out << result.err;
+        EXPECT_TRUE(Contains(result.out, "CANCELLED  " + Narrow(kDatabase)));
+        EXPECT_TRUE(Contains(result.out, "Restored 0 of 6 files"));
+        std::vector<std::wstring> files;
+        ListFiles(to, &files);
+        EXPECT_TRUE(files.empty()) << Narrow(files.empty() ? L"" : files[0]);
+    }
+}
+
+TEST_F(NwexchCli, FullDiskAnsweredWithCancelLeavesNothing) {
+    const std::wstring tiny = Env(L"NWEXCH_TEST_TINY");
+    if (tiny.empty()) {
+        GTEST_SKIP() << "no 1 MiB disk: " << Narrow(Env(L"NWEXCH_TEST_TINY_SKIP"));
+    }
+    const Result result = Nwexch(
+        {L"restore", IndexOf(kDatabase), L"--to", tiny, L"--flat", L"--on-disk-full", L"cancel"});
+    EXPECT_EQ(result.exitCode, 4u) << result.out << result.err;
+    EXPECT_TRUE(Contains(result.err, "the disk is full"));
+    EXPECT_TRUE(Contains(result.out, "CANCELLED  " + Narrow(kDatabase) + ": the disk is full"));
+    std::vector<std::wstring> files;
+    ListFiles(tiny, &files);
+    EXPECT_TRUE(files.empty()) << Narrow(files.empty() ? L"" : files[0]);
+}
+
+TEST_F(NwexchCli, WrongServerIsANetWorkerFailureWithItsStatus) {
+    for (const wchar_t* mode : {L"in-process", L"helper"}) {
+        const Result result = RunProgram(L"nwexch.exe", {L"list", L"--server", L"no-such-server",
+                                                         L"--client", kClient, L"--mode", mode});
+        EXPECT_EQ(result.exitCode, 2u) << Narrow(mode);
+        EXPECT_TRUE(Contains(result.err,
+                             "status 0x8007000A (BSAInit failed: bad environment / "
+                             "unknown server or client)"))
+            << result.err;
+        EXPECT_TRUE(result.out.empty());
+    }
+}
+
+TEST_F(NwexchCli, BadArgumentsExitWithUsage) {
+    const std::vector<std::vector<std::wstring>> bad = {
+        {},
+        {L"frobnicate"},
+        {L"list", L"--server"},
+        {L"list", L"--server", kServer, L"--after", L"2024-13-01"},
+        {L"restore", L"--server", kServer, L"1"},
+        {L"size", L"--server", kServer, L"x"},
+    };
+    for (const auto& args : bad) {
+        const Result result = RunProgram(L"nwexch.exe", args);
+        EXPECT_EQ(result.exitCode, 1u);
+        EXPECT_TRUE(Contains(result.err, "Try 'nwexch")) << result.err;
+    }
+    const Result unknownIndex = Nwexch({L"size", L"9999"});
+    EXPECT_EQ(unknownIndex.exitCode, 1u);
+    EXPECT_TRUE(Contains(unknownIndex.err, "index 9999 is not in the catalogue"));
+    const Result noMatch =
+        Nwexch({L"restore", L"--match", L"*.nothing", L"--to", Destination(L"none")});
+    EXPECT_EQ(noMatch.exitCode, 1u);
+    EXPECT_TRUE(Contains(noMatch.err, "no catalogued file matches"));
+    const Result help = RunProgram(L"nwexch.exe", {L"restore", L"--help"});
+    EXPECT_EQ(help.exitCode, 0u);
+    EXPECT_TRUE(Contains(help.out, "Exit codes:"));
+}
+
+// Last: it deletes the service, then puts it back.
+TEST_F(NwexchCli, MissingNsrexecdServiceSaysTheClientIsNotInstalled) {
+    ASSERT_EQ(RunProgram(L"nwsim-admin.exe", {L"uninstall"}).exitCode, 0u);
+    for (const wchar_t* mode : {L"in-process", L"helper"}) {
+        const Result result = Nwexch({L"list"}, mode);
+        EXPECT_EQ(result.exitCode, 2u) << Narrow(mode);
+        EXPECT_TRUE(Contains(result.err, "NetWorker's client is not installed")) << result.err;
+        EXPECT_TRUE(Contains(result.err, "\"nsrexecd\"")) << result.err;
+    }
+    Install();
+}
+
+}  // namespace
