@@ -1,0 +1,204 @@
+// The helper program and the host in each other's way: the helper killed in the middle of an
+// operation, the host ending the session, and a stranger knocking on the pipe.
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+#include <tlhelp32.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "../conformance/HostSessions.h"
+#include "../conformance/NwsimSetup.h"
+#include "../exports/ExportsTestSupport.h"
+#include "common/UniqueHandle.h"
+
+namespace {
+
+constexpr int32_t kPipeClosed = 109;
+constexpr DWORD kHelperAccess = SYNCHRONIZE | PROCESS_TERMINATE | PROCESS_QUERY_INFORMATION;
+
+NwsimInstallation g_nwsim;
+
+class NwsimEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        std::wstring reason;
+        ASSERT_TRUE(InstallSeededNwsim(L"processfaults", 0, &g_nwsim, &reason))
+            << std::string(reason.begin(), reason.end());
+    }
+};
+const auto* const g_environment = ::testing::AddGlobalTestEnvironment(new NwsimEnvironment);
+
+class NoErrors : public INetWorkerErrorCallBack {
+public:
+    uint32_t NetWorkerError(uint32_t) override { return 0; }
+    uint32_t AllocationError(const NetWorkerAllocationInfo*) override { return 0; }
+};
+
+class CallbackAt : public INetWorkerFileFoundCallBack, public INetWorkerUpdateProgressCallBack {
+public:
+    CallbackAt(size_t at, std::function<void()> action) : m_at(at), m_action(std::move(action)) {}
+    bool NetWorkerFileFound(const NetWorkerFileInfo*) override { return Step(); }
+    bool UpdateProgress(NetWorkerProgressInfo*) override { return Step(); }
+    size_t Calls() const { return m_calls; }
+
+private:
+    bool Step() {
+        if (++m_calls == m_at) {
+            m_action();
+        }
+        return false;
+    }
+    size_t m_at;
+    std::function<void()> m_action;
+    size_t m_calls = 0;
+};
+
+// A pipe session whose helper process is known by handle.
+class HelperSession {
+public:
+    explicit HelperSession(const wchar_t* purpose) : m_session(UniquePipeName(purpose)) {
+        const std::vector<DWORD> before = FindProcessesNamed(L"NetWorker64BitClient.exe");
+        m_status = m_session.Initialize("cli", "srv");
+        for (DWORD id : FindProcessesNamed(L"NetWorker64BitClient.exe")) {
+            if (std::find(before.begin(), before.end(), id) == before.end()) {
+                m_helperId = id;
+                m_helper.reset(OpenProcess(kHelperAccess, FALSE, id));
+            }
+        }
+    }
+
+    int32_t InitializeStatus() const { return m_status; }
+    INetWorkerExecutor* Executor() { return m_session.Executor(); }
+    PipeSession& Session() { return m_session; }
+    HANDLE Helper() const { return m_helper.get(); }
+    DWORD HelperId() const { return m_helperId; }
+
+    // Stops every thread of the helper, so that it cannot write again.
+    void SuspendHelper() {
+        UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+        THREADENTRY32 entry;
+        entry.dwSize = sizeof entry;
+        for (BOOL more = Thread32First(snapshot.get(), &entry); more;
+             more = Thread32Next(snapshot.get(), &entry)) {
+            if (entry.th32OwnerProcessID == m_helperId) {
+                UniqueHandle thread(OpenThread(THREAD_SUSPEND_RESUME, FALSE, entry.th32ThreadID));
+                if (thread) {
+                    SuspendThread(thread.get());
+                }
+            }
+        }
+    }
+
+    // Kills the helper from another thread once the host is back waiting for a reply.
+    void KillHelperLater(DWORD delayMilliseconds) {
+        HANDLE helper = m_helper.get();
+        m_killer = std::thread([helper, delayMilliseconds] {
+            Sleep(delayMilliseconds);
+            TerminateProcess(helper, 9);
+        });
+    }
+
+    ~HelperSession() {
+        if (m_killer.joinable()) {
+            m_killer.join();
+        }
+        if (m_helper) {
+            TerminateProcess(m_helper.get(), 9);
+        }
+    }
+
+private:
+    PipeSession m_session;
+    int32_t m_status = 0;
+    DWORD m_helperId = 0;
+    UniqueHandle m_helper;
+    std::thread m_killer;
+};
+
+bool HasExited(HANDLE process, DWORD waitMilliseconds) {
+    return WaitForSingleObject(process, waitMilliseconds) == WAIT_OBJECT_0;
+}
+
+TEST(ProcessFaults, HelperKilledDuringCatalogueGives109) {
+    HelperSession session(L"killcat");
+    ASSERT_EQ(session.InitializeStatus(), 0);
+    ASSERT_NE(session.Helper(), nullptr);
+    // At the third file the helper is frozen (it waits for this answer and can send nothing
+    // more) and killed while the host waits for its next message.
+    CallbackAt third(3, [&] {
+        session.SuspendHelper();
+        session.KillHelperLater(500);
+    });
+    NoErrors errors;
+    EXPECT_EQ(session.Executor()->Catalog(nullptr, nullptr, &third, &errors), kPipeClosed);
+    EXPECT_EQ(third.Calls(), 3u);
+    EXPECT_TRUE(HasExited(session.Helper(), 10000));
+}
+
+TEST(ProcessFaults, HelperKilledDuringExtractionGives109) {
+    // 16 KiB per second: each block keeps the helper busy for a second.
+    ScopedEnvironment slow(L"NWSIM_FAULTS", L"throttle=16384");
+    HelperSession session(L"killext");
+    ASSERT_EQ(session.InitializeStatus(), 0);
+    ASSERT_NE(session.Helper(), nullptr);
+    class FirstFile : public INetWorkerFileFoundCallBack {
+        bool NetWorkerFileFound(const NetWorkerFileInfo*) override { return false; }
+    } found;
+    NoErrors errors;
+    ASSERT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
+    ASSERT_EQ(session.Executor()->BeginExtract(), 0);
+    const std::wstring directory = MakeScratchDirectory(L"killext");
+    CallbackAt first(1, [&] {
+        session.SuspendHelper();
+        session.KillHelperLater(500);
+    });
+    EXPECT_EQ(session.Executor()->ExtractFile(8, directory.c_str(), L"db.edb", &first, &errors),
+              kPipeClosed);
+    EXPECT_TRUE(HasExited(session.Helper(), 10000));
+}
+
+TEST(ProcessFaults, HostFreeingItsConnectionEndsTheHelperNormally) {
+    HelperSession session(L"free");
+    ASSERT_EQ(session.InitializeStatus(), 0);
+    ASSERT_NE(session.Helper(), nullptr);
+    class Count : public INetWorkerFileFoundCallBack {
+    public:
+        bool NetWorkerFileFound(const NetWorkerFileInfo*) override { return ++files, false; }
+        int files = 0;
+    } found;
+    NoErrors errors;
+    ASSERT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
+    EXPECT_EQ(found.files, 14);
+    session.Session().Close();
+    ASSERT_TRUE(HasExited(session.Helper(), 20000));
+    DWORD exitCode = 259;
+    ASSERT_TRUE(GetExitCodeProcess(session.Helper(), &exitCode));
+    EXPECT_EQ(exitCode, 0u);
+}
+
+TEST(ProcessFaults, ThirdProcessIsRefusedAndTheSessionGoesOn) {
+    HelperSession session(L"busy");
+    ASSERT_EQ(session.InitializeStatus(), 0);
+    const int probe = RunTestProgram(L"pipe_probe.exe", session.Session().PipeName());
+    EXPECT_EQ(probe, ERROR_PIPE_BUSY);
+    class Count : public INetWorkerFileFoundCallBack {
+    public:
+        bool NetWorkerFileFound(const NetWorkerFileInfo*) override { return ++files, false; }
+        int files = 0;
+    } found;
+    NoErrors errors;
+    EXPECT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
+    EXPECT_EQ(found.files, 14);
+    uint64_t size = 0;
+    EXPECT_EQ(session.Executor()->GetFileSize(4, false, &size), 0);
+    EXPECT_EQ(size, 8192u);
+}
+
+}  // namespace
