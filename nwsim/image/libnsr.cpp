@@ -17,3 +17,9 @@ extern "C" int nsrlib_init(void** context) {
     }
     return 0;
 }
+
+// Keeps the export table non-empty in the variant that leaves the start-up call out (an empty
+// table would make the linker export every symbol).
+extern "C" const char* nwsim_library_name() {
+    return "libnsr.dll";
+}
