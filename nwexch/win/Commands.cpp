@@ -391,6 +391,8 @@ int RunSize(const Options& options) {
             row.note =
                 L"the exact size is unknown, this is the catalogue's: " + FormatStatus(status);
             exitCode = ExitNetWorker;
+        } else if (options.exact && size == 0 && session.InHelper()) {
+            row.note = L"0 is also what the helper reports when the lookup failed";
         }
         rows.push_back(row);
     }
@@ -493,6 +495,12 @@ int RunRestore(const Options& options) {
         outcome.destination = file.FullPath();
         outcome.reason = L"not started";
         outcomes.push_back(outcome);
+    }
+
+    if (RunCancellation().Requested()) {
+        for (FileOutcome& outcome : outcomes) {
+            outcome.reason = RunCancellation().Reason() + L" before it started";
+        }
     }
 
     ProgressReporter progress(total, CancelAfterBytesHook());
