@@ -414,13 +414,15 @@ int RunRestore(const Options& options) {
 
     std::vector<const CatalogueRow*> chosen;
     if (!options.globs.empty()) {
+        std::vector<bool> taken(rows.size(), false);  // catalogues can be large: no searching
         for (const std::wstring& glob : options.globs) {
             bool any = false;
-            for (const CatalogueRow& row : rows) {
-                if (GlobMatch(glob, row.path)) {
+            for (size_t i = 0; i < rows.size(); ++i) {
+                if (GlobMatch(glob, rows[i].path)) {
                     any = true;
-                    if (std::find(chosen.begin(), chosen.end(), &row) == chosen.end()) {
-                        chosen.push_back(&row);
+                    if (!taken[i]) {
+                        taken[i] = true;
+                        chosen.push_back(&rows[i]);
                     }
                 }
             }
