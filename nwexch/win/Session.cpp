@@ -152,6 +152,11 @@ bool Session::Open(const Options& options, std::wstring* problem, int* exitCode)
         *problem = failure;
         return false;
     }
+    if (RunCancellation().Requested()) {
+        *problem = L"cancelled while the session was opened";
+        *exitCode = ExitCancelled;
+        return false;
+    }
     // 1, 110, 1157 and 1627 are positive: any status but 0 means no session.
     if (status != 0) {
         if (status > 0 && !NsrexecdServiceExists()) {
