@@ -51,10 +51,13 @@ long NetWorkerNamedPipeExecutor::StartClientProcess(const wchar_t* pipeName) {
     std::memset(&process, 0, sizeof process);
     if (!::CreateProcessW(kClientProgram, commandLine.data(), nullptr, nullptr, FALSE,
                           NORMAL_PRIORITY_CLASS, nullptr, nullptr, &startup, &process)) {
-        const long error = static_cast<long>(::GetLastError());
-        return error > 0
-                   ? static_cast<long>((static_cast<unsigned long>(error) & 0xFFFF) | 0x80070000UL)
-                   : error;
+        const unsigned long error = ::GetLastError();
+        // A failure that leaves no error number still must not count as started: the host
+        // would wait for a helper that never comes.
+        if (error == 0) {
+            return static_cast<long>(0x80004005UL);
+        }
+        return static_cast<long>(error > 0x7FFFFFFFUL ? error : ((error & 0xFFFF) | 0x80070000UL));
     }
     // The host never waits for the helper: both handles are closed at once.
     UniqueHandle processHandle(process.hProcess);
