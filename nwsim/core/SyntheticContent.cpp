@@ -6,10 +6,14 @@ namespace nwsim {
 
 namespace {
 
-void StoreLittleEndian(uint64_t word, unsigned char* out) {
+inline void StoreLittleEndian(uint64_t word, unsigned char* out) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
     for (int i = 0; i < 8; ++i) {
         out[i] = static_cast<unsigned char>(word >> (8 * i));
     }
+#else
+    std::memcpy(out, &word, sizeof(word));  // every Windows target is little-endian
+#endif
 }
 
 }  // namespace
