@@ -22,9 +22,23 @@
 
 namespace {
 
+// Logging must not disturb the caller's last error: callers log a failure and then read
+// GetLastError for the next line.
+class LastErrorKeeper {
+public:
+    LastErrorKeeper() : m_error(GetLastError()) {}
+    ~LastErrorKeeper() { SetLastError(m_error); }
+    LastErrorKeeper(const LastErrorKeeper&) = delete;
+    LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
+
+private:
+    DWORD m_error;
+};
+
 // Returns false when the variable is not set; an empty value counts as set.
 bool ReadEnvironment(const wchar_t* name, std::wstring* value) {
     wchar_t small[512];
+    SetLastError(ERROR_SUCCESS);
     DWORD length = GetEnvironmentVariableW(name, small, 512);
     if (length == 0) {
         value->clear();
@@ -208,6 +222,7 @@ private:
     }
 
     void WriteText(int level, const wchar_t* method, const wchar_t* text, size_t length) {
+        const LastErrorKeeper keeper;
         try {
             m_file->Append(
                 tarnlog::BuildLogLine(Now(), level, m_name.c_str(), method, text, length));
@@ -296,6 +311,7 @@ TARNLOG_EXPORT int GetLogger(const wchar_t* name, ILog** log) {
     if (name == nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
+    const LastErrorKeeper keeper;
     try {
         return Registry().Create(name, log);
     } catch (const std::bad_alloc&) {

@@ -161,6 +161,26 @@ TEST_F(TarnLogLineTest, EmptyLogFileVariableWritesNothing) {
     EXPECT_FALSE(FileExists(m_path));
 }
 
+TEST_F(TarnLogLineTest, LoggingKeepsTheCallersLastError) {
+    {
+        TarnLogger first = OpenLogger(L"First");
+        first->Info(L"First::Run", L"the file exists from now on");
+    }
+    SetLevelVariable(L"trace");
+    // Opening an existing file sets ERROR_ALREADY_EXISTS inside TarnLog; the caller must not
+    // see it.
+    SetLastError(1234);
+    TarnLogger log = OpenLogger(L"Careful");
+    EXPECT_EQ(GetLastError(), 1234u);
+    log->Error(L"Careful::Run", L"failure %d", 5);
+    EXPECT_EQ(GetLastError(), 1234u);
+    log->Trace(L"Careful::Run", L"Method End");
+    EXPECT_EQ(GetLastError(), 1234u);
+    log.Free();
+    EXPECT_EQ(GetLastError(), 1234u);
+    EXPECT_EQ(Records().size(), 3u);
+}
+
 using TarnLogLevelTest = TarnLogFileTest;
 
 TEST_F(TarnLogLevelTest, DefaultLevelIsInfo) {
