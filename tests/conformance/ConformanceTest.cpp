@@ -154,6 +154,30 @@ protected:
         ASSERT_EQ(m_session->Initialize("cli", "srv"), 0);
     }
 
+    // A session with the seeded catalogue listed once, as GetFileSize and ExtractFile need.
+    void StartCatalogued(const std::wstring& faults = L"") {
+        ASSERT_NO_FATAL_FAILURE(Start(faults));
+        RecordingFileFound found;
+        RecordingErrors errors;
+        ASSERT_EQ(CatalogueAll(&found, &errors), 0);
+        ASSERT_EQ(found.found.size(), std::size(kSeededCatalogue));
+    }
+
+    // A new directory on the 1 MiB file system named by NWX_SMALL_DISK; empty on failure.
+    std::wstring SmallDiskDirectory() {
+        wchar_t small[MAX_PATH];
+        if (GetEnvironmentVariableW(L"NWX_SMALL_DISK", small, MAX_PATH) == 0) {
+            ADD_FAILURE() << "NWX_SMALL_DISK (a 1 MiB file system) is not set";
+            return std::wstring();
+        }
+        const std::wstring directory = std::wstring(small) + L"\\" + UniquePipeName(L"full");
+        if (!CreateDirectoryW(directory.c_str(), nullptr)) {
+            ADD_FAILURE() << "cannot create a directory on NWX_SMALL_DISK";
+            return std::wstring();
+        }
+        return directory;
+    }
+
     INetWorkerExecutor* Executor() { return m_session->Executor(); }
 
     int32_t CatalogueAll(RecordingFileFound* found, RecordingErrors* errors) {
@@ -267,9 +291,7 @@ TYPED_TEST(ConformanceTest, FileFoundThatStopsEndsAfterThatEntryAndKeepsIt) {
 }
 
 TYPED_TEST(ConformanceTest, SizesComeFromTheCatalogueOrCorrectedThroughNsrinfo) {
-    this->Start();
-    RecordingFileFound found;
-    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued());
     uint64_t size = 0;
     EXPECT_EQ(this->Executor()->GetFileSize(0, true, &size), 0);
     EXPECT_EQ(size, 5000000000u);
@@ -280,9 +302,7 @@ TYPED_TEST(ConformanceTest, SizesComeFromTheCatalogueOrCorrectedThroughNsrinfo) 
 }
 
 TYPED_TEST(ConformanceTest, FailedSizeCorrectionFallsBackToTheCatalogueSize) {
-    this->Start(L"nsrinfo.exit=2");
-    RecordingFileFound found;
-    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued(L"nsrinfo.exit=2"));
     uint64_t size = 99;
     const int32_t status = this->Executor()->GetFileSize(0, true, &size);
     // The catalogue size with its upper half dropped: 5,000,000,000 mod 2^32.
@@ -292,9 +312,7 @@ TYPED_TEST(ConformanceTest, FailedSizeCorrectionFallsBackToTheCatalogueSize) {
 }
 
 TYPED_TEST(ConformanceTest, UncorrectedSizeKeepsOnlyTheLower32Bits) {
-    this->Start();
-    RecordingFileFound found;
-    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued());
     uint64_t size = 99;
     EXPECT_EQ(this->Executor()->GetFileSize(0, false, &size), 0);
     EXPECT_EQ(size, 705032704u);
@@ -303,9 +321,7 @@ TYPED_TEST(ConformanceTest, UncorrectedSizeKeepsOnlyTheLower32Bits) {
 }
 
 TYPED_TEST(ConformanceTest, ExtractionWritesTheObjectAndReportsProgress) {
-    this->Start();
-    RecordingFileFound found;
-    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued());
     const std::wstring directory = MakeScratchDirectory(L"extract") + L"\\new\\dirs";
     RecordingProgress progress;
     RecordingErrors errors;
@@ -326,9 +342,7 @@ TYPED_TEST(ConformanceTest, ExtractionWritesTheObjectAndReportsProgress) {
 }
 
 TYPED_TEST(ConformanceTest, ExtractionCancelledByProgressLeavesNoFile) {
-    this->Start();
-    RecordingFileFound found;
-    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued());
     const std::wstring directory = MakeScratchDirectory(L"cancel");
     RecordingProgress progress;
     progress.cancelAt = 2;  // the first data block is always reported at once
@@ -342,15 +356,9 @@ TYPED_TEST(ConformanceTest, ExtractionCancelledByProgressLeavesNoFile) {
 }
 
 TYPED_TEST(ConformanceTest, DiskFullRetriesOnceSpaceIsFreed) {
-    wchar_t small[MAX_PATH];
-    if (GetEnvironmentVariableW(L"NWX_SMALL_DISK", small, MAX_PATH) == 0) {
-        GTEST_FAIL() << "NWX_SMALL_DISK (a 1 MiB file system) is not set";
-    }
-    this->Start();
-    RecordingFileFound found;
-    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
-    const std::wstring directory = std::wstring(small) + L"\\" + UniquePipeName(L"full");
-    ASSERT_TRUE(CreateDirectoryW(directory.c_str(), nullptr));
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued());
+    const std::wstring directory = this->SmallDiskDirectory();
+    ASSERT_FALSE(directory.empty());
     // Fill the disk, leaving less than one object's worth.
     const std::wstring filler = directory + L"\\filler";
     {
@@ -384,15 +392,9 @@ TYPED_TEST(ConformanceTest, DiskFullRetriesOnceSpaceIsFreed) {
 }
 
 TYPED_TEST(ConformanceTest, DiskFullWithoutRetryCancelsAndLeavesNoFile) {
-    wchar_t small[MAX_PATH];
-    if (GetEnvironmentVariableW(L"NWX_SMALL_DISK", small, MAX_PATH) == 0) {
-        GTEST_FAIL() << "NWX_SMALL_DISK (a 1 MiB file system) is not set";
-    }
-    this->Start();
-    RecordingFileFound found;
-    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
-    const std::wstring directory = std::wstring(small) + L"\\" + UniquePipeName(L"full");
-    ASSERT_TRUE(CreateDirectoryW(directory.c_str(), nullptr));
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued());
+    const std::wstring directory = this->SmallDiskDirectory();
+    ASSERT_FALSE(directory.empty());
     RecordingErrors errors;  // answers 0: give up
     ASSERT_EQ(this->Executor()->BeginExtract(), 0);
     EXPECT_EQ(this->Executor()->ExtractFile(kIndexTwoMegabytes, directory.c_str(), L"db.edb",
@@ -405,9 +407,7 @@ TYPED_TEST(ConformanceTest, DiskFullWithoutRetryCancelsAndLeavesNoFile) {
 }
 
 TYPED_TEST(ConformanceTest, FailedDataTransferLeavesNoFile) {
-    this->Start(L"BSAGetData=3@2");
-    RecordingFileFound found;
-    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued(L"BSAGetData=3@2"));
     const std::wstring directory = MakeScratchDirectory(L"fault");
     ASSERT_EQ(this->Executor()->BeginExtract(), 0);
     EXPECT_EQ(this->Executor()->ExtractFile(kIndexFourBlocks, directory.c_str(), L"x.log", nullptr,
@@ -432,9 +432,7 @@ TYPED_TEST(ConformanceTest, FailedSessionStartReturnsTheSameStatus) {
 }
 
 TYPED_TEST(ConformanceTest, QuitDuringExtraction) {
-    this->Start();
-    RecordingFileFound found;
-    ASSERT_EQ(this->CatalogueAll(&found, nullptr), 0);
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued());
     const std::wstring directory = MakeScratchDirectory(L"quit");
     RecordingProgress progress;
     int32_t quitStatus = -1;
