@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "ExportsTestSupport.h"
 #include "common/UniqueHandle.h"
@@ -63,24 +65,27 @@ TEST(ExportsDll, ThreeArgumentExecutorRunsTheHelperWhichAnswersLikeTheDirectExec
     ASSERT_TRUE(AllocateNamedPipeConnection(&connection));
     ASSERT_TRUE(
         AllocateNetWorkerNamedPipeExecutor(&piped, UniquePipeName(L"dll").c_str(), connection));
-    const size_t helpersBefore = FindProcessesNamed(L"NetWorker64BitClient.exe").size();
+    const std::vector<DWORD> helpersBefore = FindProcessesNamed(L"NetWorker64BitClient.exe");
     int32_t pipedStatus = 0;
     {
         ScopedCurrentDirectory inBin(TestProgramDirectory());
         pipedStatus = piped->Initialize("exchange01", "backup01");
     }
-    const std::vector<DWORD> helpers = FindProcessesNamed(L"NetWorker64BitClient.exe");
+    std::vector<UniqueHandle> ours;
+    for (DWORD id : FindProcessesNamed(L"NetWorker64BitClient.exe")) {
+        if (std::find(helpersBefore.begin(), helpersBefore.end(), id) == helpersBefore.end()) {
+            ours.emplace_back(OpenProcess(SYNCHRONIZE, FALSE, id));
+        }
+    }
     EXPECT_EQ(pipedStatus, directStatus);
     FreeNetWorkerExecutor(piped);
     FreeNamedPipeConnection(connection);
-    // The helper is gone once the pipe is closed (or was gone already after a failed start).
-    for (DWORD id : helpers) {
-        UniqueHandle process(OpenProcess(SYNCHRONIZE, FALSE, id));
+    // Our helper is gone once the pipe is closed (or already was, after a failed start).
+    for (const UniqueHandle& process : ours) {
         if (process) {
             EXPECT_EQ(WaitForSingleObject(process.get(), 20000), WAIT_OBJECT_0);
         }
     }
-    EXPECT_LE(helpersBefore, helpers.size());
 }
 
 }  // namespace
