@@ -159,51 +159,43 @@ public:
 
     void Trace(const wchar_t* method, const wchar_t* text) override {
         // Tracing runs on every method entry and exit: a disabled trace touches nothing else.
-        if (!Enabled(LogLevelTrace) || m_file == nullptr) {
+        if (!Writes(LogLevelTrace)) {
             return;
         }
         WriteText(LogLevelTrace, method, text, text != nullptr ? wcslen(text) : 0);
     }
 
+// The level is checked before the arguments are touched: a filtered line costs one load.
+#define TARNLOG_WRITE_IF_ENABLED(level)          \
+    if (!Writes(level)) {                        \
+        return;                                  \
+    }                                            \
+    va_list args;                                \
+    va_start(args, format);                      \
+    WriteFormatted(level, method, format, args); \
+    va_end(args)
+
     void Info(const wchar_t* method, const wchar_t* format, ...) override {
-        if (!Enabled(LogLevelInfo) || m_file == nullptr) {
-            return;
-        }
-        va_list args;
-        va_start(args, format);
-        WriteFormatted(LogLevelInfo, method, format, args);
-        va_end(args);
+        TARNLOG_WRITE_IF_ENABLED(LogLevelInfo);
     }
     void Warning(const wchar_t* method, const wchar_t* format, ...) override {
-        if (!Enabled(LogLevelWarning) || m_file == nullptr) {
-            return;
-        }
-        va_list args;
-        va_start(args, format);
-        WriteFormatted(LogLevelWarning, method, format, args);
-        va_end(args);
+        TARNLOG_WRITE_IF_ENABLED(LogLevelWarning);
     }
     void Debug(const wchar_t* method, const wchar_t* format, ...) override {
-        if (!Enabled(LogLevelDebug) || m_file == nullptr) {
-            return;
-        }
-        va_list args;
-        va_start(args, format);
-        WriteFormatted(LogLevelDebug, method, format, args);
-        va_end(args);
+        TARNLOG_WRITE_IF_ENABLED(LogLevelDebug);
     }
     void Error(const wchar_t* method, const wchar_t* format, ...) override {
-        if (!Enabled(LogLevelError) || m_file == nullptr) {
-            return;
-        }
-        va_list args;
-        va_start(args, format);
-        WriteFormatted(LogLevelError, method, format, args);
-        va_end(args);
+        TARNLOG_WRITE_IF_ENABLED(LogLevelError);
     }
+#undef TARNLOG_WRITE_IF_ENABLED
 
 private:
-    bool Enabled(int level) const { return m_level.load(std::memory_order_relaxed) <= level; }
+    bool Enabled(int level) const {
+        return m_level.load(std::memory_order_relaxed) <= level;
+    }
+    bool Writes(int level) const {
+        return Enabled(level) && m_file != nullptr;
+    }
 
     void WriteFormatted(int level, const wchar_t* method, const wchar_t* format, va_list args) {
         try {
