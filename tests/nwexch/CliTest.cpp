@@ -382,6 +382,42 @@ TEST_F(NwexchCli, RestoreByIndexWritesTheExactBytes) {
     EXPECT_TRUE(Contains(size.out, std::to_string(kDatabaseSize)));
 }
 
+TEST_F(NwexchCli, ExactSizesComeFromNetWorkerAboveFourGiB) {
+    const std::wstring index = IndexOf(L"/First Storage Group/Mailbox Store (EX01).edb");
+    for (const wchar_t* mode : {L"in-process", L"helper"}) {
+        const Result catalogue = Nwexch({L"size", index}, mode);
+        EXPECT_EQ(catalogue.exitCode, 0u) << catalogue.err;
+        EXPECT_TRUE(Contains(catalogue.out, " 705032704 ")) << catalogue.out;
+        EXPECT_TRUE(Contains(catalogue.err, "--exact asks NetWorker"));
+        const Result exact = Nwexch({L"size", index, L"--exact"}, mode);
+        EXPECT_EQ(exact.exitCode, 0u) << exact.err;
+        EXPECT_TRUE(Contains(exact.out, " 5000000000 ")) << exact.out;
+    }
+}
+
+std::string ReadFileText(const std::wstring& path) {
+    UniqueFileHandle file(CreateFileW(path.c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
+                                      nullptr));
+    return file.valid() ? ReadAll(file.get()) : std::string();
+}
+
+TEST_F(NwexchCli, LogOptionsReachTheLibraryInBothModes) {
+    for (const wchar_t* mode : {L"in-process", L"helper"}) {
+        const std::wstring infoLog = Destination(L"info-") + mode + L".log";
+        const Result info = Nwexch({L"list", L"--log", infoLog, L"--log-level", L"info"}, mode);
+        ASSERT_EQ(info.exitCode, 0u) << info.err;
+        // The executor's closing line, written in this process or in the helper.
+        EXPECT_TRUE(Contains(ReadFileText(infoLog), "NetWorkerApiExecutor::Catalog\tFound "))
+            << Narrow(mode);
+
+        const std::wstring errorLog = Destination(L"error-") + mode + L".log";
+        const Result error = Nwexch({L"list", L"--log", errorLog, L"--log-level", L"error"}, mode);
+        ASSERT_EQ(error.exitCode, 0u) << error.err;
+        EXPECT_FALSE(Contains(ReadFileText(errorLog), "Found ")) << Narrow(mode);
+    }
+}
+
 TEST_F(NwexchCli, RestoreByGlobInHelperModeAndFlat) {
     const std::wstring to = Destination(L"by-glob");
     const Result result =
