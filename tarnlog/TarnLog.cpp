@@ -48,8 +48,16 @@ bool ReadEnvironment(const wchar_t* name, std::wstring* value) {
         value->assign(small, length);
         return true;
     }
-    std::wstring buffer(length, L'\0');
-    length = GetEnvironmentVariableW(name, &buffer[0], length);
+    // Another thread may change the variable between the calls: retry until it fits.
+    std::wstring buffer;
+    while (length >= buffer.size()) {
+        buffer.assign(length, L'\0');
+        length = GetEnvironmentVariableW(name, &buffer[0], static_cast<DWORD>(buffer.size()));
+        if (length == 0) {
+            value->clear();
+            return GetLastError() != ERROR_ENVVAR_NOT_FOUND;
+        }
+    }
     buffer.resize(length);
     *value = std::move(buffer);
     return true;
@@ -242,7 +250,9 @@ public:
         int level = LogLevelInfo;
         std::wstring levelText;
         const bool levelSet = ReadEnvironment(L"TARNLOG_LEVEL", &levelText);
-        const bool levelKnown = !levelSet || tarnlog::ParseLogLevel(levelText, &level);
+        // An empty TARNLOG_LEVEL means the default, like an unset one.
+        const bool levelKnown =
+            !levelSet || levelText.empty() || tarnlog::ParseLogLevel(levelText, &level);
 
         std::shared_ptr<LogFile> file;
         std::wstring path;

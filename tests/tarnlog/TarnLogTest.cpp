@@ -245,6 +245,27 @@ TEST_F(TarnLogLevelTest, UnknownLevelFallsBackToInfoAndSaysSo) {
     EXPECT_EQ(records[1].text, "kept");
 }
 
+TEST_F(TarnLogLevelTest, EmptyLevelMeansTheDefaultWithoutWarning) {
+    SetLevelVariable(L"");
+    {
+        TarnLogger log = OpenLogger(L"Blank");
+        EXPECT_EQ(log->GetLevel(), LogLevelInfo);
+        WriteOneOfEachLevel(log.get());
+    }
+    EXPECT_EQ(LevelsOf(Records()), (std::vector<std::string>{"INFO", "WARNING", "ERROR"}));
+}
+
+TEST_F(TarnLogLineTest, TextsLongerThanTheFirstFormattingBufferAreWrittenWhole) {
+    const std::wstring longText(5000, L'w');
+    {
+        TarnLogger log = OpenLogger(L"Long");
+        log->Info(L"Long::Run", L"<%s>", longText.c_str());
+    }
+    const std::vector<LogRecord> records = Records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].text, "<" + Utf8(longText) + ">");
+}
+
 TEST_F(TarnLogLevelTest, SetLevelChangesOnlyThatLogger) {
     {
         TarnLogger chatty = OpenLogger(L"Chatty");
@@ -372,6 +393,21 @@ TEST_F(TarnLogFaultTest, FailListIsReadAtEveryGetLogger) {
     SetFailNamesVariable(nullptr);
     TarnLogger accepted = OpenLogger(L"CatalogHandler");
     EXPECT_NE(accepted.get(), nullptr);
+}
+
+TEST_F(TarnLogFaultTest, LongFailListIsReadWhole) {
+    std::wstring names;
+    for (int i = 0; i < 100; ++i) {
+        names += L"SomeOtherLogger" + std::to_wstring(i) + L",";
+    }
+    names += L"LastInTheList";
+    ASSERT_GT(names.size(), 1000u);
+    SetFailNamesVariable(names.c_str());
+    ILog* log = nullptr;
+    EXPECT_NE(GetLogger(L"LastInTheList", &log), 0);
+    EXPECT_EQ(log, nullptr);
+    TarnLogger other = OpenLogger(L"NotInTheList");
+    EXPECT_NE(other.get(), nullptr);
 }
 
 TEST_F(TarnLogFaultTest, FailListMatchesWholeNamesOnly) {
