@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <new>
+#include <stdexcept>
 
 #include "common/MethodTracer.h"
 
@@ -31,6 +32,22 @@ void RestoreText(char (&target)[N], const char* text) {
 
 }  // namespace
 
+void CatalogueEntries::reserve(size_t count) {
+    while (capacity() < count) {
+        // Default-initialised: the pages are touched only as entries are written.
+        std::unique_ptr<CatalogueEntry[]> block(new CatalogueEntry[kBlockEntries]);
+        m_blocks.push_back(std::move(block));
+    }
+}
+
+void CatalogueEntries::push_back(const CatalogueEntry& entry) {
+    if (m_size == capacity()) {
+        throw std::length_error("catalogue has no reserved room");
+    }
+    (*this)[m_size] = entry;
+    ++m_size;
+}
+
 char* CatalogueMemory::AllocateString(size_t bytes) {
     return new char[bytes];
 }
@@ -42,6 +59,28 @@ void CatalogueMemory::FreeString(char* text) {
 void CatalogueMemory::Reserve(CatalogueEntries& entries, size_t count) {
     entries.reserve(count);
 }
+
+char* CatalogueStringPool::AllocateString(size_t bytes) {
+    if (bytes > m_left) {
+        // A string longer than a chunk gets a chunk of its own; the current one goes on.
+        const size_t chunkBytes = bytes > kChunkBytes ? bytes : kChunkBytes;
+        m_chunks.reserve(m_chunks.size() + 1);  // may throw before anything is taken
+        std::unique_ptr<char[]> chunk(new char[chunkBytes]);
+        char* start = chunk.get();
+        m_chunks.push_back(std::move(chunk));
+        if (chunkBytes != kChunkBytes) {
+            return start;
+        }
+        m_next = start;
+        m_left = chunkBytes;
+    }
+    char* text = m_next;
+    m_next += bytes;
+    m_left -= bytes;
+    return text;
+}
+
+void CatalogueStringPool::FreeString(char*) {}
 
 CatalogueMemory& DefaultCatalogueMemory() {
     static CatalogueMemory memory;
@@ -114,7 +153,8 @@ void LoadLrgVecObjects(ILog* log, const CatalogueEntry& entry, BSA_ObjectDescrip
 int ClearM_smVecObjects(ILog* log, CatalogueMemory& memory, CatalogueEntries& entries) {
     NWX_TRACE_METHOD(log, L"NetWorkerApiExecutor::ClearM_smVecObjects");
     int allPresent = 1;
-    for (CatalogueEntry& entry : entries) {
+    for (size_t i = 0; i < entries.size(); ++i) {
+        CatalogueEntry& entry = entries[i];
         for (char** text : {&entry.objectSpaceName, &entry.pathName, &entry.objectInfo}) {
             if (*text != nullptr) {
                 memory.FreeString(*text);

@@ -60,7 +60,7 @@ NetWorkerApiExecutor::NetWorkerApiExecutor(INetWorkerApiWrapper* wrapper, Execut
       m_cancel(false),
       m_inGetObject(false),
       m_quitDuringGetObject(false),
-      m_memory(seams.memory != nullptr ? *seams.memory : DefaultCatalogueMemory()),
+      m_memory(seams.memory != nullptr ? *seams.memory : m_stringPool),
       m_system(seams.system != nullptr ? *seams.system : KernelExecutorSystem()),
       m_logger(OwnedLogger::AcquireOrThrow(L"NetWorkerApiExecutor")),
       m_log(m_logger.Get()) {}

@@ -16,7 +16,7 @@
 
 class ExecutorSystem;
 
-// Substitutes for tests; null members mean the real heap and kernel32.
+// Substitutes for tests; null members mean the executor's own string pool and kernel32.
 struct ExecutorSeams {
     CatalogueMemory* memory = nullptr;
     ExecutorSystem* system = nullptr;
@@ -82,6 +82,7 @@ private:
     std::atomic<bool> m_cancel;
     std::atomic<bool> m_inGetObject;
     std::atomic<bool> m_quitDuringGetObject;
+    CatalogueStringPool m_stringPool;
     CatalogueMemory& m_memory;
     ExecutorSystem& m_system;
     OwnedLogger m_logger;

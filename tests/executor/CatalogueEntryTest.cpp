@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <new>
+#include <stdexcept>
 #include <string>
 
 #include "RecordingLog.h"
@@ -81,7 +82,9 @@ TEST(CatalogueEntryTest, RoundTripRestoresEveryFieldButOwner) {
     EXPECT_EQ(0, std::memcmp(&expected, &restored, sizeof expected));
     EXPECT_STREQ("caller", restored.Owner.bsa_ObjectOwner);
 
-    CatalogueEntries entries{entry};
+    CatalogueEntries entries;
+    entries.reserve(1);
+    entries.push_back(entry);
     EXPECT_EQ(1, ClearM_smVecObjects(&log, memory, entries));
     EXPECT_EQ(3, memory.m_frees);
     EXPECT_EQ(1u, entries.size());
@@ -115,7 +118,9 @@ TEST(CatalogueEntryTest, UnterminatedTextsSurviveTheRoundTrip) {
     EXPECT_EQ(0, std::memcmp(original.objectName.pathName, restored.objectName.pathName,
                              sizeof original.objectName.pathName));
     EXPECT_EQ(0, std::memcmp(original.objectInfo, restored.objectInfo, sizeof original.objectInfo));
-    CatalogueEntries entries{entry};
+    CatalogueEntries entries;
+    entries.reserve(1);
+    entries.push_back(entry);
     ClearM_smVecObjects(nullptr, DefaultCatalogueMemory(), entries);
 }
 
@@ -136,9 +141,78 @@ TEST(CatalogueEntryTest, EachFailedAllocationReturnsZeroAndKeepsNothing) {
     }
 }
 
-TEST(CatalogueEntryTest, ReserveGrowsTheCatalogue) {
+TEST(CatalogueEntriesTest, ReserveGrowsInWholeBlocks) {
     CatalogueEntries entries;
+    EXPECT_EQ(0u, entries.capacity());
     DefaultCatalogueMemory().Reserve(entries, 10240);
-    EXPECT_GE(entries.capacity(), 10240u);
+    EXPECT_EQ(10240u, entries.capacity());
+    entries.reserve(10241);
+    EXPECT_EQ(20480u, entries.capacity());
+    entries.reserve(5);
+    EXPECT_EQ(20480u, entries.capacity()) << "never shrinks";
     EXPECT_TRUE(entries.empty());
+}
+
+TEST(CatalogueEntriesTest, EntriesKeepTheirPlaceAcrossGrowthAndIndexAcrossBlocks) {
+    CatalogueEntries entries;
+    entries.reserve(10240);
+    CatalogueEntry entry{};
+    for (uint32_t i = 0; i < 10240; ++i) {
+        entry.version = i;
+        entries.push_back(entry);
+    }
+    const CatalogueEntry* first = &entries[0];
+    entries.reserve(20480);
+    EXPECT_EQ(first, &entries[0]);
+    entry.version = 10240;
+    entries.push_back(entry);
+    EXPECT_EQ(10241u, entries.size());
+    EXPECT_EQ(10240u, entries[10240].version);
+    EXPECT_EQ(10239u, entries[10239].version);
+    EXPECT_EQ(10240u, entries.back().version);
+}
+
+TEST(CatalogueEntriesTest, PushWithoutRoomIsRefusedAndClearKeepsTheRoom) {
+    CatalogueEntries entries;
+    EXPECT_THROW(entries.push_back(CatalogueEntry{}), std::length_error);
+    entries.reserve(1);
+    entries.push_back(CatalogueEntry{});
+    entries.clear();
+    EXPECT_EQ(0u, entries.size());
+    EXPECT_EQ(10240u, entries.capacity());
+}
+
+TEST(CatalogueStringPoolTest, StringsAreDistinctAndChunksAreShared) {
+    CatalogueStringPool pool;
+    std::vector<char*> texts;
+    for (int i = 0; i < 10000; ++i) {
+        char* text = pool.AllocateString(20);
+        std::memset(text, 'a' + i % 26, 19);
+        text[19] = '\0';
+        texts.push_back(text);
+    }
+    for (int i = 0; i < 10000; ++i) {
+        ASSERT_EQ(std::string(19, static_cast<char>('a' + i % 26)), texts[i]) << i;
+    }
+    // 200,000 bytes in 64 KiB chunks.
+    EXPECT_EQ(4u, pool.ChunkCount());
+    char* large = pool.AllocateString(100000);
+    std::memset(large, 'x', 100000);
+    EXPECT_EQ(5u, pool.ChunkCount());
+    char* small = pool.AllocateString(10);
+    EXPECT_EQ(5u, pool.ChunkCount()) << "the current chunk goes on after a large string";
+    EXPECT_EQ(texts.back() + 20, small);
+    pool.FreeString(small);
+}
+
+TEST(CatalogueStringPoolTest, EntriesRoundTripThroughThePool) {
+    CatalogueStringPool pool;
+    CatalogueEntry entry{};
+    ASSERT_EQ(1, LoadSmVecObjects(nullptr, pool, SampleDescriptor(), &entry));
+    EXPECT_STREQ("\\First Storage Group\\priv1.edb", entry.pathName);
+    CatalogueEntries entries;
+    entries.reserve(1);
+    entries.push_back(entry);
+    EXPECT_EQ(1, ClearM_smVecObjects(nullptr, pool, entries));
+    EXPECT_EQ(nullptr, entries[0].pathName);
 }

@@ -1,0 +1,56 @@
+#include "BenchSupport.h"
+
+#include <psapi.h>
+
+#include <cstring>
+
+BareXbsa::BareXbsa(const std::wstring& installDirectory)
+    : m_module(LoadLibraryW((installDirectory + L"\\libbsa.dll").c_str())) {
+    if (!m_module) {
+        return;
+    }
+    auto resolve = [this](auto& target, const char* name) {
+        target = reinterpret_cast<std::remove_reference_t<decltype(target)>>(
+            reinterpret_cast<void*>(GetProcAddress(m_module.get(), name)));
+    };
+    resolve(m_init, "BSAInit");
+    resolve(beginTxn, "BSABeginTxn");
+    resolve(endTxn, "BSAEndTxn");
+    resolve(queryObject, "BSAQueryObject");
+    resolve(getNextQueryObject, "BSAGetNextQueryObject");
+    resolve(getObject, "BSAGetObject");
+    resolve(getData, "BSAGetData");
+    resolve(endData, "BSAEndData");
+}
+
+bool BareXbsa::Open() {
+    char client[] = "NSR_CLIENT=cli";
+    char debug[] = "NSR_DEBUG_LEVEL=0";
+    char server[] = "NSR_SERVER=srv";
+    char busy[] = "NSR_NO_BUSY_ERRORS=TRUE";
+    char* environment[] = {client, debug, server, busy, nullptr};
+    BSA_SecurityToken token{};
+    BSA_ObjectOwner owner{};
+    std::strcpy(owner.bsa_ObjectOwner, "MSEXCH");
+    std::strcpy(owner.app_ObjectOwner, "msexch");
+    return m_init != nullptr && m_init(&handle, &token, &owner, environment) == 0;
+}
+
+BSA_QueryDescriptor ExchangeQuery() {
+    BSA_QueryDescriptor query{};
+    std::strcpy(query.owner.bsa_ObjectOwner, "MSEXCH");
+    std::strcpy(query.owner.app_ObjectOwner, "msexch");
+    query.copyType = BSA_CopyType_BACKUP;
+    query.objectType = BSA_ObjectType_FILE;
+    query.status = BSA_ObjectStatus_MOST_RECENT;
+    return query;
+}
+
+MemoryFigures CurrentMemory() {
+    PROCESS_MEMORY_COUNTERS_EX counters{};
+    counters.cb = sizeof counters;
+    GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
+                         sizeof counters);
+    return MemoryFigures{counters.PrivateUsage, counters.PagefileUsage, counters.WorkingSetSize,
+                         counters.PeakWorkingSetSize};
+}
