@@ -233,6 +233,13 @@ TEST_F(NetWorkerApiWrapperTest, MissingServiceCarriesOnAndFailsOnTheFirstLibrary
               Only(history, LogLevelTrace));
 }
 
+TEST_F(NetWorkerApiWrapperTest, ConfigurationUpTo4086BytesIsRead) {
+    ScopedNsrexecdService service(L"C:\\placeholder.exe");
+    ASSERT_FALSE(BinaryPathNeeding(service, 4086).empty());
+    NetWorkerApiWrapper wrapper;
+    EXPECT_EQ(0, wrapper.Initialize());
+}
+
 TEST_F(NetWorkerApiWrapperTest, ProgramInTheDriveRootGivesTheDriveAlone) {
     ScopedNsrexecdService service(L"C:\\nsrexecd.exe");
     NetWorkerApiWrapper wrapper;

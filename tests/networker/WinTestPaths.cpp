@@ -66,6 +66,18 @@ bool ServiceExists(SC_HANDLE manager) {
 
 }  // namespace
 
+unsigned long NsrexecdConfigBytesNeeded() {
+    UniqueServiceHandle manager = OpenManager();
+    UniqueServiceHandle service(
+        manager ? OpenServiceW(manager.get(), L"nsrexecd", SERVICE_QUERY_CONFIG) : nullptr);
+    DWORD needed = 0;
+    if (!service || QueryServiceConfigW(service.get(), nullptr, 0, &needed) ||
+        GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
+        return 0;
+    }
+    return needed;
+}
+
 bool RemoveNsrexecdService() {
     UniqueServiceHandle manager = OpenManager();
     if (!manager) {
@@ -104,7 +116,19 @@ ScopedNsrexecdService::ScopedNsrexecdService(const std::wstring& binaryPath) {
 }
 
 ScopedNsrexecdService::~ScopedNsrexecdService() {
-    EXPECT_TRUE(RemoveNsrexecdService());
+    EXPECT_NE(m_handleLeftOpen, RemoveNsrexecdService());
+}
+
+std::wstring BinaryPathNeeding(ScopedNsrexecdService& service, unsigned long bytes) {
+    const std::wstring program = L"\"" + FakeInstallation(L"full") + L"\\nsrexecd.exe\" -p";
+    service.ChangeBinaryPath(program);
+    const unsigned long base = NsrexecdConfigBytesNeeded();
+    if (base == 0 || bytes < base || (bytes - base) % sizeof(wchar_t) != 0) {
+        return std::wstring();
+    }
+    const std::wstring path = program + std::wstring((bytes - base) / sizeof(wchar_t), L'x');
+    service.ChangeBinaryPath(path);
+    return NsrexecdConfigBytesNeeded() == bytes ? path : std::wstring();
 }
 
 void ScopedNsrexecdService::ChangeBinaryPath(const std::wstring& binaryPath) {

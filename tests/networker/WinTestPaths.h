@@ -37,7 +37,21 @@ public:
     ScopedNsrexecdService& operator=(const ScopedNsrexecdService&) = delete;
 
     void ChangeBinaryPath(const std::wstring& binaryPath);
+
+    // The code under test keeps a handle to the service open: at the end the deletion is
+    // expected to stay pending until this process exits.
+    void ExpectHandleLeftOpen() { m_handleLeftOpen = true; }
+
+private:
+    bool m_handleLeftOpen = false;
 };
+
+// A binary path to the fake installation "full" whose service configuration needs exactly
+// `bytes` bytes (arguments without a backslash pad it); empty when that cannot be made.
+std::wstring BinaryPathNeeding(ScopedNsrexecdService& service, unsigned long bytes);
+
+// Bytes QueryServiceConfigW needs for the registered "nsrexecd"; 0 when it cannot tell.
+unsigned long NsrexecdConfigBytesNeeded();
 
 // Deletes "nsrexecd" if it is registered; true when it is gone afterwards.
 bool RemoveNsrexecdService();

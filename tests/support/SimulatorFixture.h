@@ -6,7 +6,7 @@
 // deleted, directories removed, environment restored). Windows only.
 //
 // Every test that uses it changes the one "nsrexecd" service of the prefix: give such ctest
-// entries the property RESOURCE_LOCK nsrexecd_service so they never run side by side.
+// entries the property RESOURCE_LOCK nsrexecd so they never run side by side.
 // The test executable must sit in the same directory as nwsim-admin.exe (<build>/bin) and depend
 // on the target nwsim-admin.
 
