@@ -35,6 +35,9 @@ NetWorkerNamedPipeExecutor::NetWorkerNamedPipeExecutor(const wchar_t* pipeName,
       m_pipeName(),
       m_connection(connection),
       m_log(OwnedLogger::AcquireOrThrow(L"NetWorkerNamedPipeExecutor")) {
+    if (pipeName == nullptr || connection == nullptr || launchClient == nullptr) {
+        throw std::invalid_argument("pipe name, connection and launcher must be given");
+    }
     m_pipeName = pipeName;
     std::memset(m_buffer, 0, sizeof m_buffer);
 }

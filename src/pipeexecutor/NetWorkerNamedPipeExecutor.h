@@ -31,7 +31,8 @@ using LaunchClientFunction = long (*)(const wchar_t* pipeName);
 
 class NetWorkerNamedPipeExecutor final : public INetWorkerExecutor {
 public:
-    // Throws std::runtime_error("Failed to Initialize the logger.") when GetLogger refuses.
+    // Throws std::runtime_error("Failed to Initialize the logger.") when GetLogger refuses,
+    // and std::invalid_argument for a null pipe name, connection or launcher.
     NetWorkerNamedPipeExecutor(const wchar_t* pipeName, INamedPipeConnection* connection,
                                LaunchClientFunction launchClient);
     ~NetWorkerNamedPipeExecutor() override;

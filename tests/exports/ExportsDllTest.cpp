@@ -32,21 +32,32 @@ TEST(ExportsDll, FreeingNullDoesNothing) {
 }
 
 TEST(ExportsDll, RefusedLoggersGiveFalseAndNull) {
-    ScopedEnvironment refuse(L"TARNLOG_FAIL_NAMES",
-                             L"NamedPipeConnection,NetWorkerApiWrapper,NetWorkerApiExecutor,"
-                             L"NetWorkerNamedPipeExecutor");
-    auto* connection = reinterpret_cast<INamedPipeConnection*>(0x1);
-    EXPECT_FALSE(AllocateNamedPipeConnection(&connection));
-    EXPECT_EQ(connection, nullptr);
-    auto* wrapper = reinterpret_cast<INetWorkerApiWrapper*>(0x1);
-    EXPECT_FALSE(AllocateNetWorkerApiWrapper(&wrapper));
-    EXPECT_EQ(wrapper, nullptr);
-    auto* executor = reinterpret_cast<INetWorkerExecutor*>(0x1);
-    EXPECT_FALSE(AllocateNetWorkerApiExecutor(&executor, nullptr));
-    EXPECT_EQ(executor, nullptr);
-    executor = reinterpret_cast<INetWorkerExecutor*>(0x1);
-    EXPECT_FALSE(AllocateNetWorkerNamedPipeExecutor(&executor, L"p", nullptr));
-    EXPECT_EQ(executor, nullptr);
+    {
+        ScopedEnvironment refuse(L"TARNLOG_FAIL_NAMES", L"NamedPipeConnection,NetWorkerApiWrapper");
+        auto* connection = reinterpret_cast<INamedPipeConnection*>(0x1);
+        EXPECT_FALSE(AllocateNamedPipeConnection(&connection));
+        EXPECT_EQ(connection, nullptr);
+        auto* wrapper = reinterpret_cast<INetWorkerApiWrapper*>(0x1);
+        EXPECT_FALSE(AllocateNetWorkerApiWrapper(&wrapper));
+        EXPECT_EQ(wrapper, nullptr);
+    }
+    // The executors' own loggers refused, with everything else in place.
+    INamedPipeConnection* connection = nullptr;
+    INetWorkerApiWrapper* wrapper = nullptr;
+    ASSERT_TRUE(AllocateNamedPipeConnection(&connection));
+    ASSERT_TRUE(AllocateNetWorkerApiWrapper(&wrapper));
+    {
+        ScopedEnvironment refuse(L"TARNLOG_FAIL_NAMES",
+                                 L"NetWorkerApiExecutor,NetWorkerNamedPipeExecutor");
+        auto* executor = reinterpret_cast<INetWorkerExecutor*>(0x1);
+        EXPECT_FALSE(AllocateNetWorkerApiExecutor(&executor, wrapper));
+        EXPECT_EQ(executor, nullptr);
+        executor = reinterpret_cast<INetWorkerExecutor*>(0x1);
+        EXPECT_FALSE(AllocateNetWorkerNamedPipeExecutor(&executor, L"p", connection));
+        EXPECT_EQ(executor, nullptr);
+    }
+    FreeNetWorkerApiWrapper(wrapper);
+    FreeNamedPipeConnection(connection);
 }
 
 TEST(ExportsDll, ThreeArgumentExecutorRunsTheHelperWhichAnswersLikeTheDirectExecutor) {

@@ -61,13 +61,16 @@ TEST_F(ExportsTest, ApiExecutorWithoutLoggerGivesFalseAndNull) {
 }
 
 TEST_F(ExportsTest, PipeExecutorWithoutLoggerGivesFalseAndNullForBothOverloads) {
+    INamedPipeConnection* connection = nullptr;
+    ASSERT_TRUE(AllocateNamedPipeConnection(&connection));
     TestLoggers::FailNames({L"NetWorkerNamedPipeExecutor"});
     auto* executor = reinterpret_cast<INetWorkerExecutor*>(0x1);
-    EXPECT_FALSE(AllocateNetWorkerNamedPipeExecutor(&executor, L"p", nullptr));
+    EXPECT_FALSE(AllocateNetWorkerNamedPipeExecutor(&executor, L"p", connection));
     EXPECT_EQ(executor, nullptr);
     executor = reinterpret_cast<INetWorkerExecutor*>(0x1);
-    EXPECT_FALSE(AllocateNetWorkerNamedPipeExecutor(&executor, L"p", nullptr, FailingLauncher));
+    EXPECT_FALSE(AllocateNetWorkerNamedPipeExecutor(&executor, L"p", connection, FailingLauncher));
     EXPECT_EQ(executor, nullptr);
+    FreeNamedPipeConnection(connection);
     EXPECT_EQ(TestLoggers::LiveCount(), 0u);
 }
 
@@ -79,6 +82,19 @@ TEST_F(ExportsTest, NullPipeNameGivesFalseAndNull) {
     auto* client = reinterpret_cast<INetWorkerNamedPipeClient*>(0x1);
     EXPECT_FALSE(AllocateNetWorkerNamedPipeClient(nullptr, nullptr, nullptr, &log, &client));
     EXPECT_EQ(client, nullptr);
+}
+
+TEST_F(ExportsTest, MissingConnectionOrLauncherGivesFalseAndNull) {
+    INamedPipeConnection* connection = nullptr;
+    ASSERT_TRUE(AllocateNamedPipeConnection(&connection));
+    auto* executor = reinterpret_cast<INetWorkerExecutor*>(0x1);
+    EXPECT_FALSE(AllocateNetWorkerNamedPipeExecutor(&executor, L"p", connection, nullptr));
+    EXPECT_EQ(executor, nullptr);
+    executor = reinterpret_cast<INetWorkerExecutor*>(0x1);
+    EXPECT_FALSE(AllocateNetWorkerNamedPipeExecutor(&executor, L"p", nullptr, FailingLauncher));
+    EXPECT_EQ(executor, nullptr);
+    FreeNamedPipeConnection(connection);
+    EXPECT_EQ(TestLoggers::LiveCount(), 0u);
 }
 
 TEST_F(ExportsTest, NullOutPointerGivesFalse) {
