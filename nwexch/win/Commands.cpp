@@ -13,65 +13,10 @@
 #include "Glob.h"
 #include "RestorePlan.h"
 #include "Session.h"
+#include "CatalogueCollector.h"
+#include "RestoreCallbacks.h"
 
 namespace {
-
-// Collects the catalogue and whatever went wrong while it was taken.
-class CatalogueCollector : public INetWorkerFileFoundCallBack, public INetWorkerErrorCallBack {
-public:
-    bool NetWorkerFileFound(const NetWorkerFileInfo* file) override {
-        CatalogueRow row;
-        row.index = file->index;
-        row.backupTime = file->backupTime;
-        row.size = file->size;
-        row.restoreOrder = file->restoreOrder;
-        row.path = FromNarrow(file->path);
-        m_rows.push_back(row);
-        return RunCancellation().Requested();
-    }
-
-    uint32_t NetWorkerError(uint32_t code) override {
-        if (m_errorCode == 0) {
-            m_errorCode = code;
-        }
-        return 0;
-    }
-
-    uint32_t AllocationError(const NetWorkerAllocationInfo* info) override {
-        m_allocationFailed = true;
-        m_itemsBeforeAllocationFailure = info->itemsFound;
-        return 0;
-    }
-
-    std::vector<CatalogueRow>& Rows() { return m_rows; }
-
-    // Empty when the catalogue is complete.
-    std::wstring Problem() const {
-        switch (m_errorCode) {
-            case 0:
-                break;
-            case NwErrorBeginTxn:
-                return L"NetWorker could not start a transaction";
-            case NwErrorQuery:
-                return L"NetWorker's query for Exchange objects failed";
-            case NwErrorQueryAccess:
-                return L"NetWorker refused the query: authentication failed for this client";
-            default:
-                return L"NetWorker reported error " + std::to_wstring(m_errorCode);
-        }
-        if (m_allocationFailed) {
-            return L"out of memory after " + std::to_wstring(m_itemsBeforeAllocationFailure) +
-                   L" catalogue entries";
-        }
-        return std::wstring();
-    }
-
-private:
-    std::vector<CatalogueRow> m_rows;
-    uint32_t m_errorCode = 0;
-    bool m_allocationFailed = false;
-    uint32_t m_itemsBeforeAllocationFailure = 0;
-};
 
 void Error(const std::wstring& message) {
     Console().Err(L"nwexch: " + message + L"\n");
@@ -162,159 +107,6 @@ std::wstring WindowsErrorText(DWORD error) {
 }
 
 // Progress of the whole restore, fed by the executor's per-report byte counts.
-class ProgressReporter : public INetWorkerUpdateProgressCallBack {
-public:
-    ProgressReporter(uint64_t total, uint64_t cancelAfterBytes)
-        : m_total(total), m_cancelAfterBytes(cancelAfterBytes), m_start(GetTickCount64()) {}
-
-    void StartFile(const std::wstring& label, uint64_t size) {
-        m_label = label;
-        m_fileBytes = 0;
-        if (Console().ErrIsTerminal()) {
-            Show(true);
-        } else {
-            Console().Err(L"restoring " + label + L" (" + FormatCount(size) + L" bytes)\n");
-        }
-    }
-
-    bool UpdateProgress(NetWorkerProgressInfo* progress) override {
-        // bytesDone counts the bytes since the previous report, not a running total.
-        m_fileBytes += progress->bytesDone;
-        m_done += progress->bytesDone;
-        if (m_cancelAfterBytes != 0 && m_done >= m_cancelAfterBytes) {
-            RunCancellation().Request(L"cancelled by NWEXCH_CANCEL_AFTER_BYTES");
-        }
-        Show(false);
-        return RunCancellation().Requested();
-    }
-
-    void FileDone() {
-        if (Console().ErrIsTerminal()) {
-            Show(true);
-        }
-    }
-    uint64_t FileBytes() const { return m_fileBytes; }
-    uint64_t ElapsedMs() const { return GetTickCount64() - m_start; }
-    void Finish() { Console().DrawProgress(std::wstring()); }
-
-private:
-    void Show(bool force) {
-        const uint64_t now = GetTickCount64();
-        m_meter.Add(now - m_start, m_done);
-        const bool terminal = Console().ErrIsTerminal();
-        const uint64_t interval = terminal ? 200 : 2000;
-        if (!force && now - m_lastShown < interval) {
-            return;
-        }
-        m_lastShown = now;
-        ProgressSnapshot snapshot;
-        snapshot.done = m_done;
-        snapshot.total = m_total;
-        snapshot.bytesPerSecond = m_meter.BytesPerSecond();
-        snapshot.etaKnown =
-            m_total > m_done && m_meter.SecondsLeft(m_total - m_done, &snapshot.secondsLeft);
-        snapshot.label = m_label;
-        if (terminal) {
-            Console().DrawProgress(FormatProgressBar(snapshot, Console().ErrWidth()));
-        } else {
-            Console().Err(FormatProgressLine(snapshot) + L"\n");
-        }
-    }
-
-    uint64_t m_total;
-    uint64_t m_cancelAfterBytes;
-    uint64_t m_start;
-    uint64_t m_done = 0;
-    uint64_t m_fileBytes = 0;
-    uint64_t m_lastShown = 0;
-    std::wstring m_label;
-    RateMeter m_meter;
-};
-
-// Answers the executor's questions during extraction: only a full disk needs an answer.
-class DiskFullHandler : public INetWorkerErrorCallBack {
-public:
-    static constexpr uint32_t kRetry = 1246;  // ERROR_CONTINUE: space was freed, write again
-    static constexpr uint32_t kCancel = 0;
-    static constexpr int kMaxUnattendedRetries = 60;
-
-    explicit DiskFullHandler(DiskFullPolicy policy) : m_policy(policy) {}
-
-    void StartFile(const std::wstring& destination) {
-        m_destination = destination;
-        m_cancelledForDiskFull = false;
-        m_retries = 0;
-    }
-    bool CancelledForDiskFull() const { return m_cancelledForDiskFull; }
-
-    uint32_t NetWorkerError(uint32_t code) override {
-        if (code != NwErrorDiskFull) {
-            return 0;
-        }
-        const uint32_t answer = Decide();
-        if (answer != kRetry) {
-            m_cancelledForDiskFull = true;
-        }
-        return answer;
-    }
-
-    uint32_t AllocationError(const NetWorkerAllocationInfo*) override { return 0; }
-
-private:
-    uint32_t Decide() {
-        if (RunCancellation().Requested()) {
-            return kCancel;
-        }
-        if (m_policy == DiskFullPolicy::Ask && Console().CanAsk()) {
-            for (;;) {
-                Console().Err(L"\nThe disk is full while writing " + m_destination +
-                              L".\nFree some space, then type R to retry or C to cancel [R/C]: ");
-                const std::wstring answer = Console().ReadLine();
-                if (RunCancellation().Requested()) {
-                    return kCancel;
-                }
-                if (answer == L"r" || answer == L"R") {
-                    return kRetry;
-                }
-                if (answer == L"c" || answer == L"C" || answer.empty()) {
-                    return kCancel;
-                }
-            }
-        }
-        if (m_policy != DiskFullPolicy::Retry) {
-            Console().Err(L"nwexch: the disk is full while writing " + m_destination +
-                          L"; cancelling (--on-disk-full cancel)\n");
-            return kCancel;
-        }
-        if (++m_retries > kMaxUnattendedRetries) {
-            Console().Err(L"nwexch: the disk is still full after " +
-                          std::to_wstring(kMaxUnattendedRetries) + L" tries; cancelling\n");
-            return kCancel;
-        }
-        Console().Err(L"nwexch: the disk is full while writing " + m_destination +
-                      L"; trying again in 5 seconds (" + std::to_wstring(m_retries) + L" of " +
-                      std::to_wstring(kMaxUnattendedRetries) + L")\n");
-        for (int i = 0; i < 50 && !RunCancellation().Requested(); ++i) {
-            Sleep(100);
-        }
-        return RunCancellation().Requested() ? kCancel : kRetry;
-    }
-
-    DiskFullPolicy m_policy;
-    std::wstring m_destination;
-    bool m_cancelledForDiskFull = false;
-    int m_retries = 0;
-};
-
-uint64_t CancelAfterBytesHook() {
-    // Test hook: behave exactly as if Ctrl+C came once this many bytes were restored.
-    wchar_t buffer[32];
-    const DWORD length = GetEnvironmentVariableW(L"NWEXCH_CANCEL_AFTER_BYTES", buffer, 32);
-    if (length == 0 || length >= 32) {
-        return 0;
-    }
-    return wcstoull(buffer, nullptr, 10);
-}
 
 std::wstring AbsoluteDirectory(const std::wstring& directory) {
     const DWORD needed = GetFullPathNameW(directory.c_str(), 0, nullptr, nullptr);
@@ -331,6 +123,78 @@ std::wstring AbsoluteDirectory(const std::wstring& directory) {
         full.pop_back();
     }
     return full;
+}
+
+// Extracts one file under its partial name, checks it and gives it its name. Every outcome is
+// recorded; false only when the session to NetWorker is lost and nothing more can be done.
+bool RestoreFile(INetWorkerExecutor* executor, const PlannedFile& file, uint64_t expected,
+                 bool overwrite, ProgressReporter* progress, DiskFullHandler* diskFull,
+                 FileOutcome* outcome) {
+    const std::wstring partial = JoinWindowsPath(file.directory, file.PartialName());
+    const std::wstring destination = file.FullPath();
+    progress->StartFile(file.backupPath, expected);
+    diskFull->StartFile(destination);
+    int32_t status = 0;
+    try {
+        status = executor->ExtractFile(file.index, file.directory.c_str(),
+                                       file.PartialName().c_str(), progress, diskFull);
+    } catch (const std::exception& e) {
+        outcome->result = FileResult::Failed;
+        outcome->reason = L"the pipe to the helper program failed: " + FromNarrow(e.what());
+        RemoveIfPresent(partial);
+        return false;
+    }
+    progress->FileDone();
+    bool exists = false;
+    const uint64_t written = FileSizeOnDisk(partial, &exists);
+    if (diskFull->CancelledForDiskFull()) {
+        // Even a status of 0 leaves a short file when the last block did not fit.
+        outcome->result = FileResult::Cancelled;
+        outcome->reason = L"the disk is full";
+        RemoveIfPresent(partial);
+        RunCancellation().Request(L"cancelled because the disk is full");
+        return true;
+    }
+    if (status == 1223) {
+        outcome->result = FileResult::Cancelled;
+        outcome->reason =
+            RunCancellation().Requested() ? RunCancellation().Reason() : std::wstring(L"cancelled");
+        RemoveIfPresent(partial);
+        return true;
+    }
+    if (status < 0 || (status != 0 && status != 1246)) {
+        outcome->result = FileResult::Failed;
+        outcome->reason = FormatStatus(status);
+        RemoveIfPresent(partial);
+        return status != 109;  // the helper program is gone: nothing more can be restored
+    }
+    // 1246: a retry after a full disk succeeded on the last block; the file is whole. A
+    // cancellation that came after the last block leaves a whole file too: it is kept (after
+    // the checks below) and only the files after it are skipped.
+    if (!exists) {
+        outcome->result = FileResult::Failed;
+        outcome->reason = L"NetWorker reported success but no file was written";
+        return true;
+    }
+    if (expected != 0 && written != expected) {
+        outcome->result = FileResult::Failed;
+        outcome->reason = L"the restored file has " + FormatCount(written) +
+                          L" bytes, the backup " + FormatCount(expected);
+        RemoveIfPresent(partial);
+        return true;
+    }
+    const DWORD flags = MOVEFILE_WRITE_THROUGH | (overwrite ? MOVEFILE_REPLACE_EXISTING : 0);
+    if (!MoveFileExW(partial.c_str(), destination.c_str(), flags)) {
+        const DWORD error = GetLastError();
+        outcome->result = FileResult::Failed;
+        outcome->reason = L"could not name it " + destination + L": " + WindowsErrorText(error);
+        RemoveIfPresent(partial);
+        return true;
+    }
+    outcome->result = FileResult::Restored;
+    outcome->bytes = written;
+    outcome->reason.clear();
+    return true;
 }
 
 }  // namespace
@@ -522,78 +386,11 @@ int RunRestore(const Options& options) {
                 outcome.reason = RunCancellation().Reason() + L" before it started";
                 continue;
             }
-            const std::wstring partial = JoinWindowsPath(file.directory, file.PartialName());
-            const std::wstring destination = file.FullPath();
-            progress.StartFile(file.backupPath, expected[i]);
-            diskFull.StartFile(destination);
-            int32_t status = 0;
-            try {
-                status = session.Executor()->ExtractFile(file.index, file.directory.c_str(),
-                                                         file.PartialName().c_str(), &progress,
-                                                         &diskFull);
-            } catch (const std::exception& e) {
-                outcome.result = FileResult::Failed;
-                outcome.reason = L"the pipe to the helper program failed: " + FromNarrow(e.what());
-                RemoveIfPresent(partial);
+            if (!RestoreFile(session.Executor(), file, expected[i], options.overwrite, &progress,
+                             &diskFull, &outcome)) {
                 sessionLost = true;
                 break;
             }
-            progress.FileDone();
-            bool exists = false;
-            const uint64_t written = FileSizeOnDisk(partial, &exists);
-            if (diskFull.CancelledForDiskFull()) {
-                // Even a status of 0 leaves a short file when the last block did not fit.
-                outcome.result = FileResult::Cancelled;
-                outcome.reason = L"the disk is full";
-                RemoveIfPresent(partial);
-                RunCancellation().Request(L"cancelled because the disk is full");
-                continue;
-            }
-            if (status == 1223) {
-                outcome.result = FileResult::Cancelled;
-                outcome.reason = RunCancellation().Requested() ? RunCancellation().Reason()
-                                                               : std::wstring(L"cancelled");
-                RemoveIfPresent(partial);
-                continue;
-            }
-            // A cancellation that came after the last block leaves a whole file: it is kept
-            // (after the checks below) and only the files after it are skipped.
-            if (status < 0 || (status != 0 && status != 1246)) {
-                outcome.result = FileResult::Failed;
-                outcome.reason = FormatStatus(status);
-                RemoveIfPresent(partial);
-                if (status == 109) {
-                    sessionLost = true;
-                    break;
-                }
-                continue;
-            }
-            // 1246: a retry after a full disk succeeded on the last block; the file is whole.
-            if (!exists) {
-                outcome.result = FileResult::Failed;
-                outcome.reason = L"NetWorker reported success but no file was written";
-                continue;
-            }
-            if (expected[i] != 0 && written != expected[i]) {
-                outcome.result = FileResult::Failed;
-                outcome.reason = L"the restored file has " + FormatCount(written) +
-                                 L" bytes, the backup " + FormatCount(expected[i]);
-                RemoveIfPresent(partial);
-                continue;
-            }
-            const DWORD flags =
-                MOVEFILE_WRITE_THROUGH | (options.overwrite ? MOVEFILE_REPLACE_EXISTING : 0);
-            if (!MoveFileExW(partial.c_str(), destination.c_str(), flags)) {
-                const DWORD error = GetLastError();
-                outcome.result = FileResult::Failed;
-                outcome.reason =
-                    L"could not name it " + destination + L": " + WindowsErrorText(error);
-                RemoveIfPresent(partial);
-                continue;
-            }
-            outcome.result = FileResult::Restored;
-            outcome.bytes = written;
-            outcome.reason.clear();
         }
         if (!sessionLost) {
             const int32_t end = session.Executor()->EndExtract();
