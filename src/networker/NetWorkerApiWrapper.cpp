@@ -111,7 +111,7 @@ int32_t NetWorkerApiWrapper::GetInstallDirectory(std::wstring& dir) {
         auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer);
         DWORD needed = 0;
         if (!QueryServiceConfigW(service.get(), config, kServiceConfigAnnounced, &needed)) {
-            // The failure path closes no handle, as it always did.
+            // This path has always left the service handle open; hosts see no change.
             (void)service.release();
             RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
                            L"QueryServiceConfig failed");
