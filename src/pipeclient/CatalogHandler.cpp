@@ -7,22 +7,10 @@
 #include "common/MethodTracer.h"
 #include "pipe/PipeMessageBuilders.h"
 
-namespace {
-
-void ThrowIfNull(const void* pointer, const char* text) {
-    if (pointer == nullptr) {
-        throw std::invalid_argument(text);
-    }
-}
-
-}  // namespace
-
 CatalogHandler::CatalogHandler(INamedPipeConnection* connection, INetWorkerExecutor* executor,
                                ILog* log)
     : m_connection(connection), m_executor(executor), m_log(log) {
-    ThrowIfNull(connection, "CatalogHandler needs a connection");
-    ThrowIfNull(executor, "CatalogHandler needs an executor");
-    ThrowIfNull(log, "CatalogHandler needs a logger");
+    RequireServiceParts("CatalogHandler", connection, executor, log);
     NWX_TRACE_METHOD(m_log, L"CatalogHandler::CatalogHandler");
     std::memset(m_answer.bytes, 0, sizeof m_answer.bytes);
 }
@@ -49,7 +37,7 @@ bool CatalogHandler::HandleTransaction(const IpcBeginCatalog& request) {
 bool CatalogHandler::NetWorkerFileFound(const NetWorkerFileInfo* file) {
     static constexpr wchar_t kMethod[] = L"CatalogHandler::NetWorkerFileFound";
     NWX_TRACE_METHOD(m_log, kMethod);
-    ThrowIfNull(file, "NetWorkerFileFound needs a file record");
+    RequireArgument(file, "NetWorkerFileFound needs a file record");
     m_log->Debug(kMethod, L"Cataloging file index %lu, path: %S",
                  static_cast<unsigned long>(file->index), file->path);
     IpcSend(*m_connection, IpcBuildFileFound(*file));
@@ -68,7 +56,7 @@ uint32_t CatalogHandler::NetWorkerError(uint32_t code) {
 uint32_t CatalogHandler::AllocationError(const NetWorkerAllocationInfo* info) {
     static constexpr wchar_t kMethod[] = L"CatalogHandler::AllocationError";
     NWX_TRACE_METHOD(m_log, kMethod);
-    ThrowIfNull(info, "AllocationError needs an allocation record");
+    RequireArgument(info, "AllocationError needs an allocation record");
     IpcSend(*m_connection, IpcBuildAllocationError(*info));
     const uint32_t received = ReceiveHostAnswer(*m_connection, m_answer);
     return JudgeValueAnswer<IpcAllocationErrorResponse>(m_answer, received, m_log, kMethod);

@@ -10,12 +10,6 @@
 
 namespace {
 
-void ThrowIfNull(const void* pointer, const char* text) {
-    if (pointer == nullptr) {
-        throw std::invalid_argument(text);
-    }
-}
-
 // A field that fills all its units has no terminator; the executor would read past it.
 void ThrowIfUnterminated(const void* field, const char* fieldName) {
     if (WideFieldLength(field, kIpcWideFieldSize) == kIpcWideFieldSize) {
@@ -29,9 +23,7 @@ void ThrowIfUnterminated(const void* field, const char* fieldName) {
 ExtractHandler::ExtractHandler(INamedPipeConnection* connection, INetWorkerExecutor* executor,
                                ILog* log)
     : m_connection(connection), m_executor(executor), m_log(log) {
-    ThrowIfNull(connection, "ExtractHandler needs a connection");
-    ThrowIfNull(executor, "ExtractHandler needs an executor");
-    ThrowIfNull(log, "ExtractHandler needs a logger");
+    RequireServiceParts("ExtractHandler", connection, executor, log);
     NWX_TRACE_METHOD(m_log, L"ExtractHandler::ExtractHandler");
     std::memset(m_answer.bytes, 0, sizeof m_answer.bytes);
 }
@@ -79,7 +71,7 @@ bool ExtractHandler::HandleEndExtract(const IpcEndExtract& /*request*/) {
 bool ExtractHandler::UpdateProgress(NetWorkerProgressInfo* progress) {
     static constexpr wchar_t kMethod[] = L"ExtractHandler::UpdateProgress";
     NWX_TRACE_METHOD(m_log, kMethod);
-    ThrowIfNull(progress, "UpdateProgress needs a progress record");
+    RequireArgument(progress, "UpdateProgress needs a progress record");
     IpcSend(*m_connection, IpcBuildUpdateProgress(*progress));
     const uint32_t received = ReceiveHostAnswer(*m_connection, m_answer);
     return JudgeStopAnswer(m_answer, received, m_log, kMethod);
@@ -93,7 +85,7 @@ uint32_t ExtractHandler::NetWorkerError(uint32_t code) {
 }
 
 uint32_t ExtractHandler::AllocationError(const NetWorkerAllocationInfo* info) {
-    ThrowIfNull(info, "AllocationError needs an allocation record");
+    RequireArgument(info, "AllocationError needs an allocation record");
     IpcSend(*m_connection, IpcBuildAllocationError(*info));
     const uint32_t received = ReceiveHostAnswer(*m_connection, m_answer);
     return JudgeValueAnswer<IpcAllocationErrorResponse>(m_answer, received, m_log,

@@ -2,25 +2,14 @@
 
 #include <stdexcept>
 
+#include "HostAnswers.h"
 #include "common/MethodTracer.h"
 #include "pipe/PipeMessageBuilders.h"
-
-namespace {
-
-void ThrowIfNull(const void* pointer, const char* text) {
-    if (pointer == nullptr) {
-        throw std::invalid_argument(text);
-    }
-}
-
-}  // namespace
 
 FindFileSizeHandler::FindFileSizeHandler(INamedPipeConnection* connection,
                                          INetWorkerExecutor* executor, ILog* log)
     : m_connection(connection), m_executor(executor), m_log(log) {
-    ThrowIfNull(connection, "FindFileSizeHandler needs a connection");
-    ThrowIfNull(executor, "FindFileSizeHandler needs an executor");
-    ThrowIfNull(log, "FindFileSizeHandler needs a logger");
+    RequireServiceParts("FindFileSizeHandler", connection, executor, log);
     NWX_TRACE_METHOD(m_log, L"FindFileSizeHandler::FindFileSizeHandler");
 }
 

@@ -2,6 +2,21 @@
 
 #include <cstring>
 #include <stdexcept>
+#include <string>
+
+void RequireArgument(const void* pointer, const char* text) {
+    if (pointer == nullptr) {
+        throw std::invalid_argument(text);
+    }
+}
+
+void RequireServiceParts(const char* owner, const void* connection, const void* executor,
+                         const void* log) {
+    const std::string prefix(owner);
+    RequireArgument(connection, (prefix + " needs a connection").c_str());
+    RequireArgument(executor, (prefix + " needs an executor").c_str());
+    RequireArgument(log, (prefix + " needs a logger").c_str());
+}
 
 uint32_t ReceiveHostAnswer(INamedPipeConnection& connection, HostAnswerBuffer& answer) {
     std::memset(answer.bytes, 0, sizeof answer.bytes);

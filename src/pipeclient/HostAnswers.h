@@ -1,12 +1,20 @@
 #pragma once
-// The helper side of one callback round trip: send a callback message to the host, then wait
-// for and judge the host's answer. Shared by CatalogHandler and ExtractHandler.
+// What the helper's service and handlers share: argument checks, and the helper side of one
+// callback round trip (send a callback message to the host, then wait for and judge the
+// host's answer), used by CatalogHandler and ExtractHandler.
 
 #include <cstdint>
 
 #include "interfaces/ILog.h"
 #include "interfaces/INamedPipeConnection.h"
 #include "pipe/PipeMessages.h"
+
+// Refuses a null connection, executor or logger with std::invalid_argument
+// ("<owner> needs a connection", "... an executor", "... a logger").
+void RequireServiceParts(const char* owner, const void* connection, const void* executor,
+                         const void* log);
+// Refuses a null pointer with std::invalid_argument(text).
+void RequireArgument(const void* pointer, const char* text);
 
 // A handler's own answer buffer, so that answers never overwrite the request that the service
 // still holds in its receive buffer.

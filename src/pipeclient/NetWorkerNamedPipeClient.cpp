@@ -6,6 +6,7 @@
 #include "CatalogHandler.h"
 #include "ExtractHandler.h"
 #include "FindFileSizeHandler.h"
+#include "HostAnswers.h"
 #include "common/MethodTracer.h"
 #include "common/OwnedLogger.h"
 #include "pipe/PipeMessageBuilders.h"
@@ -13,12 +14,6 @@
 namespace {
 
 constexpr uint32_t kOpenTimeoutMilliseconds = 10000;
-
-void ThrowIfNull(const void* pointer, const char* text) {
-    if (pointer == nullptr) {
-        throw std::invalid_argument(text);
-    }
-}
 
 [[noreturn]] void ThrowInvalidMessageType() {
     throw std::runtime_error("Invalid message type received!");
@@ -64,10 +59,8 @@ NetWorkerNamedPipeClient::NetWorkerNamedPipeClient(const wchar_t* pipeName,
                                                    INamedPipeConnection* connection,
                                                    INetWorkerExecutor* executor, ILog* log)
     : m_connection(connection), m_executor(executor), m_log(log) {
-    ThrowIfNull(pipeName, "NetWorkerNamedPipeClient needs a pipe name");
-    ThrowIfNull(connection, "NetWorkerNamedPipeClient needs a connection");
-    ThrowIfNull(executor, "NetWorkerNamedPipeClient needs an executor");
-    ThrowIfNull(log, "NetWorkerNamedPipeClient needs a logger");
+    RequireArgument(pipeName, "NetWorkerNamedPipeClient needs a pipe name");
+    RequireServiceParts("NetWorkerNamedPipeClient", connection, executor, log);
     NWX_TRACE_METHOD(m_log, L"NetWorkerNamedPipeClient::NetWorkerNamedPipeClient");
     m_pipeName = pipeName;
     std::memset(m_receiveBuffer, 0, sizeof m_receiveBuffer);

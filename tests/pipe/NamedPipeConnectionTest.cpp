@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -133,6 +134,32 @@ protected:
         EXPECT_NE(log, nullptr);
         return *log;
     }
+
+    // Opens `server` as a new pipe and connects an echoing pipe_peer.exe that has finished
+    // opening its end; "quit" ends the peer.
+    static std::unique_ptr<Peer> ConnectEchoPeer(NamedPipeConnection& server,
+                                                 const wchar_t* purpose) {
+        const std::wstring name = UniqueName(purpose);
+        server.OpenNewPipe(name.c_str());
+        auto peer = std::make_unique<Peer>("client-echo", name);
+        EXPECT_TRUE(peer->Started());
+        server.WaitForConnection();
+        EXPECT_TRUE(peer->AwaitSignal());
+        return peer;
+    }
+
+    // Starts a pipe_peer.exe server ("disconnect"/"close" and the sizes of the messages it
+    // writes) and opens `client` on it.
+    static std::unique_ptr<Peer> OpenOnServerPeer(NamedPipeConnection& client,
+                                                  const wchar_t* purpose,
+                                                  const std::string& script) {
+        const std::wstring name = UniqueName(purpose);
+        auto peer = std::make_unique<Peer>("server", name, script);
+        EXPECT_TRUE(peer->Started());
+        EXPECT_TRUE(peer->AwaitSignal());
+        client.OpenExisting(name.c_str(), 10000);
+        return peer;
+    }
 };
 
 }  // namespace
@@ -185,13 +212,9 @@ TEST_F(NamedPipeConnectionTest, OpenExistingOfAMissingPipeFailsAtOnce) {
 }
 
 TEST_F(NamedPipeConnectionTest, ServerEndExchangesMessagesAsMessages) {
-    const std::wstring name = UniqueName(L"echo");
     NamedPipeConnection server;
     RecordingLog& log = LogOf();
-    server.OpenNewPipe(name.c_str());
-    Peer peer("client-echo", name);
-    ASSERT_TRUE(peer.Started());
-    server.WaitForConnection();
+    const auto peer = ConnectEchoPeer(server, L"echo");
     EXPECT_TRUE(HasLine(log.Lines(), LogLevelDebug, kWait, L"Waiting to ConnectNamedPipe..."));
     EXPECT_TRUE(HasLine(log.Lines(), LogLevelDebug, kWait, L"ConnectNamedPipe completed"));
     EXPECT_TRUE(HasLine(log.Lines(), LogLevelTrace, kWait, L"Method End"));
@@ -214,7 +237,7 @@ TEST_F(NamedPipeConnectionTest, ServerEndExchangesMessagesAsMessages) {
     EXPECT_FALSE(server.Receive(buffer, &length));
     EXPECT_EQ(length, 33u);
     EXPECT_TRUE(HasLine(log.Lines(), LogLevelInfo, kReceive, L"The pipe has been disconnected."));
-    EXPECT_EQ(peer.AwaitExit(), 0u);
+    EXPECT_EQ(peer->AwaitExit(), 0u);
     EXPECT_TRUE(log.LinesAt(LogLevelError).empty());
 }
 
@@ -235,13 +258,9 @@ TEST_F(NamedPipeConnectionTest, ClientConnectingBeforeWaitForConnectionIsAccepte
 }
 
 TEST_F(NamedPipeConnectionTest, MessageLongerThanTheBufferFailsWithMoreData) {
-    const std::wstring name = UniqueName(L"moredata");
     NamedPipeConnection server;
     RecordingLog& log = LogOf();
-    server.OpenNewPipe(name.c_str());
-    Peer peer("client-echo", name);
-    ASSERT_TRUE(peer.Started());
-    server.WaitForConnection();
+    const auto peer = ConnectEchoPeer(server, L"moredata");
     SendBytes(server, Pattern(100, 0));
     unsigned char buffer[50];
     uint32_t length = sizeof buffer;
@@ -251,17 +270,13 @@ TEST_F(NamedPipeConnectionTest, MessageLongerThanTheBufferFailsWithMoreData) {
                         L"ReadFile from pipe failed. GetLastError()=234"));
     EXPECT_FALSE(HasLine(log.Lines(), LogLevelTrace, kReceive, L"Method End"));
     server.ClosePipe();
-    EXPECT_EQ(peer.AwaitExit(), 0u);
+    EXPECT_EQ(peer->AwaitExit(), 0u);
 }
 
 TEST_F(NamedPipeConnectionTest, ClientSeesAServerDisconnectAsClosed) {
-    const std::wstring name = UniqueName(L"disconnect");
-    Peer peer("server", name, "disconnect 12 4108");
-    ASSERT_TRUE(peer.Started());
-    ASSERT_TRUE(peer.AwaitSignal());
     NamedPipeConnection client;
     RecordingLog& log = LogOf();
-    client.OpenExisting(name.c_str(), 10000);
+    const auto peer = OpenOnServerPeer(client, L"disconnect", "disconnect 12 4108");
     EXPECT_EQ(ReceiveBytes(client), Pattern(12, 0));
     EXPECT_EQ(ReceiveBytes(client), Pattern(4108, 0));
     unsigned char buffer[4108];
@@ -270,34 +285,26 @@ TEST_F(NamedPipeConnectionTest, ClientSeesAServerDisconnectAsClosed) {
     EXPECT_EQ(length, 77u);
     EXPECT_TRUE(HasLine(log.Lines(), LogLevelInfo, kReceive, L"The pipe has been disconnected."));
     EXPECT_TRUE(log.LinesAt(LogLevelError).empty());
-    EXPECT_EQ(peer.AwaitExit(), 0u);
+    EXPECT_EQ(peer->AwaitExit(), 0u);
 }
 
 TEST_F(NamedPipeConnectionTest, ClientSeesAServerThatOnlyClosesAsClosed) {
-    const std::wstring name = UniqueName(L"close");
-    Peer peer("server", name, "close 20");
-    ASSERT_TRUE(peer.Started());
-    ASSERT_TRUE(peer.AwaitSignal());
     NamedPipeConnection client;
     RecordingLog& log = LogOf();
-    client.OpenExisting(name.c_str(), 10000);
+    const auto peer = OpenOnServerPeer(client, L"close", "close 20");
     EXPECT_EQ(ReceiveBytes(client), Pattern(20, 0));
     unsigned char buffer[4108];
     uint32_t length = 5;
     EXPECT_FALSE(client.Receive(buffer, &length));  // 109
     EXPECT_EQ(length, 5u);
     EXPECT_TRUE(HasLine(log.Lines(), LogLevelInfo, kReceive, L"The pipe has been disconnected."));
-    EXPECT_EQ(peer.AwaitExit(), 0u);
+    EXPECT_EQ(peer->AwaitExit(), 0u);
 }
 
 TEST_F(NamedPipeConnectionTest, WaitForConnectionOnAClientEndReturnsAtOnce) {
-    const std::wstring name = UniqueName(L"clientwait");
-    Peer peer("server", name, "disconnect 8");
-    ASSERT_TRUE(peer.Started());
-    ASSERT_TRUE(peer.AwaitSignal());
     NamedPipeConnection client;
     RecordingLog& log = LogOf();
-    client.OpenExisting(name.c_str(), 10000);
+    const auto peer = OpenOnServerPeer(client, L"clientwait", "disconnect 8");
     log.Clear();
     client.WaitForConnection();
     const std::vector<LogLine> expected = {
@@ -309,36 +316,27 @@ TEST_F(NamedPipeConnectionTest, WaitForConnectionOnAClientEndReturnsAtOnce) {
     };
     EXPECT_EQ(log.Lines(), expected);
     EXPECT_EQ(ReceiveBytes(client), Pattern(8, 0));
-    EXPECT_EQ(peer.AwaitExit(), 0u);
+    EXPECT_EQ(peer->AwaitExit(), 0u);
 }
 
 TEST_F(NamedPipeConnectionTest, SecondOpenExistingIsRefusedAndKeepsTheFirstPipe) {
-    const std::wstring name = UniqueName(L"twice");
-    Peer peer("server", name, "disconnect 16");
-    ASSERT_TRUE(peer.Started());
-    ASSERT_TRUE(peer.AwaitSignal());
     NamedPipeConnection client;
     RecordingLog& log = LogOf();
-    client.OpenExisting(name.c_str(), 10000);
-    EXPECT_EQ(ThrownText([&] { client.OpenExisting(name.c_str(), 10000); }),
+    const auto peer = OpenOnServerPeer(client, L"twice", "disconnect 16");
+    EXPECT_EQ(ThrownText([&] { client.OpenExisting(UniqueName(L"other").c_str(), 10000); }),
               "Pipe has already been opened!");
     EXPECT_TRUE(
         HasLine(log.Lines(), LogLevelError, kOpenExisting, L"Pipe has already been opened!"));
     EXPECT_EQ(ReceiveBytes(client), Pattern(16, 0));
-    EXPECT_EQ(peer.AwaitExit(), 0u);
+    EXPECT_EQ(peer->AwaitExit(), 0u);
 }
 
 TEST_F(NamedPipeConnectionTest, ClosePipeTwiceDoesNothingTheSecondTime) {
-    const std::wstring name = UniqueName(L"closetwice");
     NamedPipeConnection server;
     RecordingLog& log = LogOf();
-    server.OpenNewPipe(name.c_str());
-    Peer peer("client-echo", name);
-    ASSERT_TRUE(peer.Started());
-    server.WaitForConnection();
-    ASSERT_TRUE(peer.AwaitSignal());  // the peer has finished opening its end
+    const auto peer = ConnectEchoPeer(server, L"closetwice");
     server.ClosePipe();
-    EXPECT_EQ(peer.AwaitExit(), 0u);  // the peer's read failed: the server end is gone
+    EXPECT_EQ(peer->AwaitExit(), 0u);  // the peer's read failed: the server end is gone
     log.Clear();
     server.ClosePipe();
     const std::vector<LogLine> expected = {
@@ -367,15 +365,11 @@ TEST_F(NamedPipeConnectionTest, ClosedConnectionCanBeOpenedAgain) {
 }
 
 TEST_F(NamedPipeConnectionTest, SendToAPeerThatHasGoneFails) {
-    const std::wstring name = UniqueName(L"gone");
     NamedPipeConnection server;
     RecordingLog& log = LogOf();
-    server.OpenNewPipe(name.c_str());
-    Peer peer("client-echo", name);
-    ASSERT_TRUE(peer.Started());
-    server.WaitForConnection();
+    const auto peer = ConnectEchoPeer(server, L"gone");
     SendBytes(server, Quit());
-    EXPECT_EQ(peer.AwaitExit(), 0u);
+    EXPECT_EQ(peer->AwaitExit(), 0u);
     const auto bytes = Pattern(10, 0);
     const std::string text = ThrownText([&] { server.Send(bytes.data(), 10); });
     EXPECT_EQ(text, "WriteFile to pipe failed. GetLastError()=232");  // ERROR_NO_DATA
