@@ -46,8 +46,8 @@ bool ServeRequest(const wchar_t* loggerName, const Request& request,
     return (handler.*operation)(request);
 }
 
-// The names as the executor sees them: at most 254 characters and always terminated, even
-// when a sender filled a whole field.
+// The names as the executor sees them: always terminated, even when a sender filled a whole
+// 255-byte field without a terminator.
 struct InitializeNames {
     char clientName[kIpcNameFieldSize + 1] = {};
     char serverName[kIpcNameFieldSize + 1] = {};
