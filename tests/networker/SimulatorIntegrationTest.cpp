@@ -16,6 +16,7 @@
 #include "RecordingLog.h"
 #include "SimulatorFixture.h"
 #include "common/UniqueHandle.h"
+#include "common/WideFormat.h"
 #include "interfaces/NetWorkerStatus.h"
 #include "networker/NetWorkerApiWrapper.h"
 
@@ -71,6 +72,29 @@ protected:
         m_simulator.reset();
     }
 
+    // Initialize fails with `code`, logged as `message` and its HRESULT line, nothing else.
+    void ExpectInitializeFails(int32_t code, const std::wstring& message) {
+        EXPECT_EQ(code, m_wrapper->Initialize());
+        const std::vector<std::wstring> errors = ErrorTexts();
+        ASSERT_EQ(2u, errors.size());
+        EXPECT_EQ(message, errors[0]);
+        EXPECT_EQ(0u, errors[1].find(FormatWideString(L"HRESULT %08lx GetLastError() ",
+                                                      static_cast<unsigned long>(code))));
+    }
+
+    // Installs the plain simulator, initialises the wrapper and sets the tool's faults.
+    void InstallWithFaults(const std::wstring& faults) {
+        Install();
+        ASSERT_EQ(0, m_wrapper->Initialize());
+        m_simulator->SetFaults(faults);
+    }
+
+    // The size of the seeded 5,000,000,000-byte database, through nsrinfo.exe.
+    int32_t DatabaseSize(uint64_t* size) {
+        const BSA_ObjectDescriptor desc = Database();
+        return m_wrapper->CorrectFileSize(&desc, size, "srv", "cli");
+    }
+
     std::wstring ArgumentLine() const {
         return L"-v -V -s srv -n msexch -N \"\\IS:" + Widen(kDatabase) + L"\" cli";
     }
@@ -109,14 +133,10 @@ TEST_F(SimulatorTest, ProgramInTheDriveRoot) {
     SimulatorOptions options;
     options.binaryPath = L"C:\\nsrexecd.exe";
     Install(options);
-    EXPECT_EQ(NetWorkerStatus::DllNotFound, m_wrapper->Initialize());
-    ASSERT_EQ(2u, ErrorTexts().size());
-    EXPECT_EQ(L"LoadLibrary Failed: liblocal.dll", ErrorTexts()[0]);
+    ExpectInitializeFails(NetWorkerStatus::DllNotFound, L"LoadLibrary Failed: liblocal.dll");
 
-    const BSA_ObjectDescriptor desc = Database();
     uint64_t size = 0;
-    EXPECT_EQ(NetWorkerStatus::FunctionFailed,
-              m_wrapper->CorrectFileSize(&desc, &size, "srv", "cli"));
+    EXPECT_EQ(NetWorkerStatus::FunctionFailed, DatabaseSize(&size));
     EXPECT_EQ(L"C:\\nsrinfo.exe " + ArgumentLine(), NonTraceHistory().at(2).text);
 }
 
@@ -124,9 +144,7 @@ TEST_F(SimulatorTest, BinaryPathWithoutBackslash) {
     SimulatorOptions options;
     options.binaryPath = L"nsrexecd.exe";
     Install(options);
-    EXPECT_EQ(NetWorkerStatus::DllNotFound, m_wrapper->Initialize());
-    ASSERT_EQ(2u, ErrorTexts().size());
-    EXPECT_EQ(L"LoadLibrary Failed: liblocal.dll", ErrorTexts()[0]);
+    ExpectInitializeFails(NetWorkerStatus::DllNotFound, L"LoadLibrary Failed: liblocal.dll");
 }
 
 TEST_F(SimulatorTest, NoServiceFailsWith1157OnLiblocal) {
@@ -164,29 +182,21 @@ TEST_F(SimulatorTest, NeitherXbsaLibrary) {
     options.xbsaName = L"libnsrbsa.dll";
     options.omitFiles = {L"libnsrbsa.dll"};
     Install(options);
-    EXPECT_EQ(NetWorkerStatus::DllNotFound, m_wrapper->Initialize());
-    ASSERT_EQ(2u, ErrorTexts().size());
-    EXPECT_EQ(L"LoadLibrary Failed: libbsa.dll", ErrorTexts()[0]);
+    ExpectInitializeFails(NetWorkerStatus::DllNotFound, L"LoadLibrary Failed: libbsa.dll");
 }
 
 TEST_F(SimulatorTest, MissingLibrary) {
     SimulatorOptions options;
     options.omitFiles = {L"librap.dll"};
     Install(options);
-    EXPECT_EQ(NetWorkerStatus::DllNotFound, m_wrapper->Initialize());
-    ASSERT_EQ(2u, ErrorTexts().size());
-    EXPECT_EQ(L"LoadLibrary Failed: librap.dll", ErrorTexts()[0]);
+    ExpectInitializeFails(NetWorkerStatus::DllNotFound, L"LoadLibrary Failed: librap.dll");
 }
 
 TEST_F(SimulatorTest, MissingExport) {
     SimulatorOptions options;
     options.omitExports = {L"BSAGetData"};
     Install(options);
-    EXPECT_EQ(NetWorkerStatus::EntryPointMissing, m_wrapper->Initialize());
-    const std::vector<std::wstring> errors = ErrorTexts();
-    ASSERT_EQ(2u, errors.size());
-    EXPECT_EQ(L"GetProcAddress Failed: BSAGetData", errors[0]);
-    EXPECT_EQ(0u, errors[1].find(L"HRESULT 00000001 "));
+    ExpectInitializeFails(NetWorkerStatus::EntryPointMissing, L"GetProcAddress Failed: BSAGetData");
     EXPECT_TRUE(m_simulator->JournalLinesOf("_lginit").empty());
 }
 
@@ -219,9 +229,8 @@ TEST_F(SimulatorTest, SessionThroughTheForwarders) {
 TEST_F(SimulatorTest, FiveGigabyteSizeFromTheRealTool) {
     Install();
     ASSERT_EQ(0, m_wrapper->Initialize());
-    const BSA_ObjectDescriptor desc = Database();
     uint64_t size = 0;
-    EXPECT_EQ(0, m_wrapper->CorrectFileSize(&desc, &size, "srv", "cli"));
+    EXPECT_EQ(0, DatabaseSize(&size));
     EXPECT_EQ(5000000000ull, size);
 
     const std::vector<LogLine> lines = NonTraceHistory();
@@ -237,13 +246,9 @@ TEST_F(SimulatorTest, FiveGigabyteSizeFromTheRealTool) {
 }
 
 TEST_F(SimulatorTest, ToolExitCodeFails) {
-    Install();
-    ASSERT_EQ(0, m_wrapper->Initialize());
-    m_simulator->SetFaults(L"nsrinfo.exit=2");
-    const BSA_ObjectDescriptor desc = Database();
+    InstallWithFaults(L"nsrinfo.exit=2");
     uint64_t size = 0;
-    EXPECT_EQ(NetWorkerStatus::FunctionFailed,
-              m_wrapper->CorrectFileSize(&desc, &size, "srv", "cli"));
+    EXPECT_EQ(NetWorkerStatus::FunctionFailed, DatabaseSize(&size));
     EXPECT_EQ(0u, size);
     const std::vector<LogLine> lines = NonTraceHistory();
     ASSERT_EQ(5u, lines.size());
@@ -256,37 +261,26 @@ TEST_F(SimulatorTest, ToolExitCodeFails) {
 }
 
 TEST_F(SimulatorTest, SpacedOutputGivesZero) {
-    Install();
-    ASSERT_EQ(0, m_wrapper->Initialize());
-    m_simulator->SetFaults(L"nsrinfo.output=spaced");
-    const BSA_ObjectDescriptor desc = Database();
+    InstallWithFaults(L"nsrinfo.output=spaced");
     uint64_t size = 1;
-    EXPECT_EQ(0, m_wrapper->CorrectFileSize(&desc, &size, "srv", "cli"));
+    EXPECT_EQ(0, DatabaseSize(&size));
     EXPECT_EQ(0u, size);
     EXPECT_TRUE(ErrorTexts().empty());
 }
 
 TEST_F(SimulatorTest, LateMarkerIsNotSeen) {
-    Install();
-    ASSERT_EQ(0, m_wrapper->Initialize());
-    m_simulator->SetFaults(L"nsrinfo.output=late");
-    const BSA_ObjectDescriptor desc = Database();
+    InstallWithFaults(L"nsrinfo.output=late");
     uint64_t size = 1;
-    EXPECT_EQ(NetWorkerStatus::FunctionFailed,
-              m_wrapper->CorrectFileSize(&desc, &size, "srv", "cli"));
+    EXPECT_EQ(NetWorkerStatus::FunctionFailed, DatabaseSize(&size));
     EXPECT_EQ(0u, size);
     ASSERT_FALSE(ErrorTexts().empty());
     EXPECT_EQ(L"Invalid file size", ErrorTexts()[0]);
 }
 
 TEST_F(SimulatorTest, TwentyDigitValueIsInvalid) {
-    Install();
-    ASSERT_EQ(0, m_wrapper->Initialize());
-    m_simulator->SetFaults(L"nsrinfo.output=long-value");
-    const BSA_ObjectDescriptor desc = Database();
+    InstallWithFaults(L"nsrinfo.output=long-value");
     uint64_t size = 1;
-    EXPECT_EQ(NetWorkerStatus::FunctionFailed,
-              m_wrapper->CorrectFileSize(&desc, &size, "srv", "cli"));
+    EXPECT_EQ(NetWorkerStatus::FunctionFailed, DatabaseSize(&size));
     EXPECT_EQ(0u, size);
     ASSERT_FALSE(ErrorTexts().empty());
     EXPECT_EQ(L"Invalid file size", ErrorTexts()[0]);
@@ -378,15 +372,10 @@ bool TerminateToolChildren(UINT exitCode) {
 // The flood output fills the pipe before the tool can end, and the wrapper waits for the end
 // before it reads: the call cannot return until the tool is ended from outside.
 TEST_F(SimulatorTest, FloodOutputBlocksUntilTheToolIsEnded) {
-    Install();
-    ASSERT_EQ(0, m_wrapper->Initialize());
-    m_simulator->SetFaults(L"nsrinfo.output=flood");
+    InstallWithFaults(L"nsrinfo.output=flood");
     int32_t status = 0;
     uint64_t size = 1;
-    CallThread worker([&] {
-        const BSA_ObjectDescriptor desc = Database();
-        status = m_wrapper->CorrectFileSize(&desc, &size, "srv", "cli");
-    });
+    CallThread worker([&] { status = DatabaseSize(&size); });
     ASSERT_TRUE(worker.Started());
     Sleep(2000);
     EXPECT_FALSE(worker.Returned());
@@ -410,15 +399,10 @@ TEST_F(SimulatorTest, FloodOutputBlocksUntilTheToolIsEnded) {
 // the pipe's write ends itself, so the tool's end is no end-of-file. Only cancelling the
 // blocked read lets the call return.
 TEST_F(SimulatorTest, EmptyOutputBlocksInTheReadEvenAfterTheToolEnded) {
-    Install();
-    ASSERT_EQ(0, m_wrapper->Initialize());
-    m_simulator->SetFaults(L"nsrinfo.output=empty");
+    InstallWithFaults(L"nsrinfo.output=empty");
     int32_t status = 0;
     uint64_t size = 1;
-    CallThread worker([&] {
-        const BSA_ObjectDescriptor desc = Database();
-        status = m_wrapper->CorrectFileSize(&desc, &size, "srv", "cli");
-    });
+    CallThread worker([&] { status = DatabaseSize(&size); });
     ASSERT_TRUE(worker.Started());
     Sleep(2000);
     EXPECT_FALSE(worker.Returned());
