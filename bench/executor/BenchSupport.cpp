@@ -54,3 +54,15 @@ MemoryFigures CurrentMemory() {
     return MemoryFigures{counters.PrivateUsage, counters.PagefileUsage, counters.WorkingSetSize,
                          counters.PeakWorkingSetSize};
 }
+
+double ThreadCpuSeconds() {
+    FILETIME creation{};
+    FILETIME exit{};
+    FILETIME kernel{};
+    FILETIME user{};
+    GetThreadTimes(GetCurrentThread(), &creation, &exit, &kernel, &user);
+    auto ticks = [](const FILETIME& time) {
+        return (static_cast<uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+    };
+    return static_cast<double>(ticks(kernel) + ticks(user)) / 1e7;
+}

@@ -17,6 +17,23 @@ inline double SecondsSince(BenchClock::time_point start) {
     return std::chrono::duration<double>(BenchClock::now() - start).count();
 }
 
+// CPU seconds (user + kernel) of the calling thread. Everything measured here runs on one
+// thread, the simulated server included, so this stays steady on a loaded machine where wall
+// time does not.
+double ThreadCpuSeconds();
+
+// Wall and CPU time of one measured stretch.
+class Stopwatch {
+public:
+    Stopwatch() : m_wall(BenchClock::now()), m_cpu(ThreadCpuSeconds()) {}
+    double Wall() const { return SecondsSince(m_wall); }
+    double Cpu() const { return ThreadCpuSeconds() - m_cpu; }
+
+private:
+    BenchClock::time_point m_wall;
+    double m_cpu;
+};
+
 // The image's libbsa.dll, loaded on its own; a session for cli/srv opened with the same
 // environment and owner the executor uses.
 class BareXbsa {
