@@ -161,7 +161,9 @@ const char* NsrinfoOutputName(NsrinfoOutput mode) {
 }
 
 std::optional<int32_t> FaultPlan::ForcedCode(XbsaCall call, uint64_t callNumber) const {
-    for (const CallFault& fault : callFaults) {
+    // The last matching entry wins, so NWSIM_FAULTS overrides the store's faults.txt.
+    for (auto it = callFaults.rbegin(); it != callFaults.rend(); ++it) {
+        const CallFault& fault = *it;
         if (fault.call != call) {
             continue;
         }
@@ -174,22 +176,30 @@ std::optional<int32_t> FaultPlan::ForcedCode(XbsaCall call, uint64_t callNumber)
 }
 
 bool ParseFaults(std::string_view text, FaultPlan& plan, std::string& error) {
-    size_t start = 0;
-    while (start <= text.size()) {
-        size_t end = text.find_first_of(";\n", start);
-        if (end == std::string_view::npos) {
-            end = text.size();
+    size_t lineStart = 0;
+    while (lineStart <= text.size()) {
+        size_t lineEnd = text.find('\n', lineStart);
+        if (lineEnd == std::string_view::npos) {
+            lineEnd = text.size();
         }
-        std::string_view entry = text.substr(start, end - start);
-        const size_t hash = entry.find('#');
+        std::string_view line = text.substr(lineStart, lineEnd - lineStart);
+        const size_t hash = line.find('#');
         if (hash != std::string_view::npos) {
-            entry = entry.substr(0, hash);
+            line = line.substr(0, hash);
         }
-        entry = Trim(entry);
-        if (!entry.empty() && !ParseEntry(entry, plan, error)) {
-            return false;
+        size_t start = 0;
+        while (start <= line.size()) {
+            size_t end = line.find(';', start);
+            if (end == std::string_view::npos) {
+                end = line.size();
+            }
+            const std::string_view entry = Trim(line.substr(start, end - start));
+            if (!entry.empty() && !ParseEntry(entry, plan, error)) {
+                return false;
+            }
+            start = end + 1;
         }
-        start = end + 1;
+        lineStart = lineEnd + 1;
     }
     return true;
 }

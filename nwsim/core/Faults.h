@@ -9,7 +9,8 @@
 //   throttle=<bytes per second>         BSAGetData delivers no faster than this (0 = off)
 //   nsrinfo.exit=<code>                 nsrinfo.exe prints its normal output and exits <code>
 //   nsrinfo.output=normal|spaced|late|long-value|empty|flood
-// A later entry for the same setting replaces an earlier one, except call faults, which add up.
+// A later entry for the same setting replaces an earlier one. Call faults add up; when several
+// match a call, the last one wins.
 
 #include <cstdint>
 #include <optional>
@@ -54,7 +55,7 @@ struct FaultPlan {
     int32_t nsrinfoExit = 0;
     NsrinfoOutput nsrinfoOutput = NsrinfoOutput::Normal;
 
-    // The code forced on the callNumber-th call (from 1), if any; the first matching entry wins.
+    // The code forced on the callNumber-th call (from 1), if any; the last matching entry wins.
     std::optional<int32_t> ForcedCode(XbsaCall call, uint64_t callNumber) const;
 };
 

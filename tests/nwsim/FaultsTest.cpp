@@ -66,6 +66,15 @@ TEST(Faults, LaterEntriesWin) {
     EXPECT_EQ(plan.bufferLen, 100u);
 }
 
+TEST(Faults, TheLastMatchingCallFaultWins) {
+    FaultPlan plan;
+    std::string error;
+    ASSERT_TRUE(ParseFaults("BSAGetData=3\nBSAGetData=26@2", plan, error)) << error;
+    EXPECT_EQ(*plan.ForcedCode(XbsaCall::GetData, 1), 3);
+    EXPECT_EQ(*plan.ForcedCode(XbsaCall::GetData, 2), 26);
+    EXPECT_EQ(*plan.ForcedCode(XbsaCall::GetData, 3), 3);
+}
+
 TEST(Faults, BadEntriesAreRefusedWithTheirText) {
     const char* const bad[] = {"BSAGetData",
                                "BSAGetData=x",
@@ -88,7 +97,7 @@ TEST(Faults, BadEntriesAreRefusedWithTheirText) {
 TEST(Faults, EmptyTextMeansNoFaults) {
     FaultPlan plan;
     std::string error;
-    ASSERT_TRUE(ParseFaults("\n ; \n# nothing\n", plan, error));
+    ASSERT_TRUE(ParseFaults("\n ; \n# nothing; BSAGetData=3\n", plan, error));
     EXPECT_TRUE(plan.callFaults.empty());
     EXPECT_EQ(plan.bufferLen, 16384u);
     EXPECT_EQ(plan.nsrinfoOutput, NsrinfoOutput::Normal);
