@@ -133,7 +133,7 @@ int wmain(int argc, wchar_t** argv) {
     }
     NwsimInstallation nwsim;
     std::wstring reason;
-    if (!InstallSeededNwsim(L"benchpipe", kObjects, &nwsim, &reason)) {
+    if (!InstallSeededNwsim(L"benchpipe", kObjects, &nwsim, &reason, true)) {
         std::fwprintf(stderr, L"bench_pipe_catalogue: %ls\n", reason.c_str());
         return 1;
     }

@@ -5,16 +5,26 @@
 #include "../exports/ExportsTestSupport.h"
 #include "common/UniqueHandle.h"
 
-int RunTestProgram(const std::wstring& program, const std::wstring& arguments) {
+int RunTestProgram(const std::wstring& program, const std::wstring& arguments, bool quiet) {
     const std::wstring path = TestProgramDirectory() + L"\\" + program;
     std::wstring commandLine = L"\"" + path + L"\" " + arguments;
     std::vector<wchar_t> writable(commandLine.begin(), commandLine.end());
     writable.push_back(L'\0');
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
+    UniqueFileHandle nul;
+    if (quiet) {
+        SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
+        nul.reset(CreateFileW(L"NUL", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                              &inheritable, OPEN_EXISTING, 0, nullptr));
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+        startup.hStdOutput = nul.get();
+        startup.hStdError = nul.get();
+    }
     PROCESS_INFORMATION info{};
-    if (!CreateProcessW(path.c_str(), writable.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                        &startup, &info)) {
+    if (!CreateProcessW(path.c_str(), writable.data(), nullptr, nullptr, quiet ? TRUE : FALSE, 0,
+                        nullptr, nullptr, &startup, &info)) {
         return -1;
     }
     UniqueHandle process(info.hProcess);
@@ -43,7 +53,7 @@ std::wstring MakeScratchDirectory(const wchar_t* purpose) {
 }
 
 bool InstallSeededNwsim(const wchar_t* purpose, unsigned objects, NwsimInstallation* out,
-                        std::wstring* reason) {
+                        std::wstring* reason, bool quiet) {
     const std::wstring base = MakeScratchDirectory(purpose);
     out->directory = base + L"\\nw";
     out->storeRoot = base + L"\\store";
@@ -60,7 +70,7 @@ bool InstallSeededNwsim(const wchar_t* purpose, unsigned objects, NwsimInstallat
     if (objects != 0) {
         seed += L" --objects " + std::to_wstring(objects);
     }
-    const int seeded = RunTestProgram(L"nwsim-admin.exe", seed);
+    const int seeded = RunTestProgram(L"nwsim-admin.exe", seed, quiet);
     if (seeded != 0) {
         *reason = L"nwsim-admin seed-exchange exited " + std::to_wstring(seeded);
         return false;

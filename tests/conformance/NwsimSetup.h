@@ -9,8 +9,8 @@
 #include <string>
 
 // Runs a program of the test program's directory with these arguments; returns its exit code,
-// or -1 when it could not be started.
-int RunTestProgram(const std::wstring& program, const std::wstring& arguments);
+// or -1 when it could not be started. Quiet: its output goes to NUL (benchmarks print one line).
+int RunTestProgram(const std::wstring& program, const std::wstring& arguments, bool quiet = false);
 
 // A scoped environment variable of this process (children inherit it).
 class ScopedEnvironment {
@@ -32,7 +32,7 @@ struct NwsimInstallation {
 // Installs and seeds once per test program (objects = 0: the 31 seeded objects). Returns
 // false with a reason when nwsim-admin failed.
 bool InstallSeededNwsim(const wchar_t* purpose, unsigned objects, NwsimInstallation* out,
-                        std::wstring* reason);
+                        std::wstring* reason, bool quiet = false);
 
 // nwsim-admin verify: true when file holds exactly the object's content.
 bool VerifyAgainstStore(const NwsimInstallation& nwsim, unsigned objectId,
