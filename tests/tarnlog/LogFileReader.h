@@ -2,6 +2,9 @@
 // Helpers for tests that read what TarnLog.dll wrote: temporary log paths, environment
 // variables set for the duration of a test, and the file split into lines and fields.
 
+#include <gtest/gtest.h>
+
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -63,10 +66,6 @@ private:
 
 // GetLogger that fails the calling test when TarnLog refuses.
 TarnLogger OpenLogger(const wchar_t* name);
-
-#include <gtest/gtest.h>
-
-#include <memory>
 
 // Every test starts with TARNLOG_FILE naming a fresh file of its own and TARNLOG_LEVEL and
 // TARNLOG_FAIL_NAMES unset; the variables are restored and the file deleted afterwards.
