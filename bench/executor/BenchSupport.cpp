@@ -36,16 +36,6 @@ bool BareXbsa::Open() {
     return m_init != nullptr && m_init(&handle, &token, &owner, environment) == 0;
 }
 
-BSA_QueryDescriptor ExchangeQuery() {
-    BSA_QueryDescriptor query{};
-    std::strcpy(query.owner.bsa_ObjectOwner, "MSEXCH");
-    std::strcpy(query.owner.app_ObjectOwner, "msexch");
-    query.copyType = BSA_CopyType_BACKUP;
-    query.objectType = BSA_ObjectType_FILE;
-    query.status = BSA_ObjectStatus_MOST_RECENT;
-    return query;
-}
-
 MemoryFigures CurrentMemory() {
     PROCESS_MEMORY_COUNTERS_EX counters{};
     counters.cb = sizeof counters;

@@ -56,9 +56,6 @@ private:
     BSAInitFn m_init = nullptr;
 };
 
-// The executor's catalogue query.
-BSA_QueryDescriptor ExchangeQuery();
-
 // Private bytes and peak working set of this process.
 struct MemoryFigures {
     uint64_t privateBytes;   // PrivateUsage

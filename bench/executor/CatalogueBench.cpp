@@ -10,6 +10,7 @@
 
 #include "BenchSupport.h"
 #include "SimulatorFixture.h"
+#include "executor/ExchangeObjectRules.h"
 #include "executor/NetWorkerApiExecutor.h"
 #include "networker/NetWorkerApiWrapper.h"
 
@@ -38,7 +39,7 @@ public:
 };
 
 void BareCatalogue(BareXbsa& xbsa, unsigned* count, double* wall, double* cpu) {
-    BSA_QueryDescriptor query = ExchangeQuery();
+    BSA_QueryDescriptor query = ExchangeQueryDescriptor();
     BSA_ObjectDescriptor descriptor{};
     const Stopwatch watch;
     xbsa.beginTxn(xbsa.handle);

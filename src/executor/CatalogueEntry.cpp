@@ -30,6 +30,26 @@ void RestoreText(char (&target)[N], const char* text) {
     }
 }
 
+// Every fixed field but Owner, in either direction: descriptor and entry name them alike.
+template <typename From, typename To>
+void CopyFixedFields(const From& from, To* to) {
+    to->version = from.version;
+    to->copyType = from.copyType;
+    to->objectType = from.objectType;
+    to->objectStatus = from.objectStatus;
+    to->createTime = from.createTime;
+    to->copyId = from.copyId;
+    to->restoreOrder = from.restoreOrder;
+    to->size = from.size;
+    static_assert(sizeof to->lGName == sizeof from.lGName, "same group name size");
+    static_assert(sizeof to->objectDescription == sizeof from.objectDescription,
+                  "same description size");
+    std::memcpy(to->lGName, from.lGName, sizeof to->lGName);
+    std::memcpy(to->cGName, from.cGName, sizeof to->cGName);
+    std::memcpy(to->resourceType, from.resourceType, sizeof to->resourceType);
+    std::memcpy(to->objectDescription, from.objectDescription, sizeof to->objectDescription);
+}
+
 }  // namespace
 
 void CatalogueEntries::reserve(size_t count) {
@@ -111,19 +131,7 @@ int LoadSmVecObjects(ILog* log, CatalogueMemory& memory, const BSA_ObjectDescrip
         return 0;
     }
 
-    entry->version = descriptor.version;
-    entry->copyType = descriptor.copyType;
-    entry->objectType = descriptor.objectType;
-    entry->objectStatus = descriptor.objectStatus;
-    entry->createTime = descriptor.createTime;
-    entry->copyId = descriptor.copyId;
-    entry->restoreOrder = descriptor.restoreOrder;
-    entry->size = descriptor.size;
-    std::memcpy(entry->lGName, descriptor.lGName, sizeof entry->lGName);
-    std::memcpy(entry->cGName, descriptor.cGName, sizeof entry->cGName);
-    std::memcpy(entry->resourceType, descriptor.resourceType, sizeof entry->resourceType);
-    std::memcpy(entry->objectDescription, descriptor.objectDescription,
-                sizeof entry->objectDescription);
+    CopyFixedFields(descriptor, entry);
     entry->objectSpaceName = objectSpaceName;
     entry->pathName = pathName;
     entry->objectInfo = objectInfo;
@@ -132,19 +140,7 @@ int LoadSmVecObjects(ILog* log, CatalogueMemory& memory, const BSA_ObjectDescrip
 
 void LoadLrgVecObjects(ILog* log, const CatalogueEntry& entry, BSA_ObjectDescriptor* descriptor) {
     NWX_TRACE_METHOD(log, L"NetWorkerApiExecutor::LoadLrgVecObjects");
-    descriptor->version = entry.version;
-    descriptor->copyType = entry.copyType;
-    descriptor->objectType = entry.objectType;
-    descriptor->objectStatus = entry.objectStatus;
-    descriptor->createTime = entry.createTime;
-    descriptor->copyId = entry.copyId;
-    descriptor->restoreOrder = entry.restoreOrder;
-    descriptor->size = entry.size;
-    std::memcpy(descriptor->lGName, entry.lGName, sizeof descriptor->lGName);
-    std::memcpy(descriptor->cGName, entry.cGName, sizeof descriptor->cGName);
-    std::memcpy(descriptor->resourceType, entry.resourceType, sizeof descriptor->resourceType);
-    std::memcpy(descriptor->objectDescription, entry.objectDescription,
-                sizeof descriptor->objectDescription);
+    CopyFixedFields(entry, descriptor);
     RestoreText(descriptor->objectName.objectSpaceName, entry.objectSpaceName);
     RestoreText(descriptor->objectName.pathName, entry.pathName);
     RestoreText(descriptor->objectInfo, entry.objectInfo);

@@ -39,6 +39,16 @@ std::string_view BoundedView(const char (&text)[N]) {
 
 }  // namespace
 
+BSA_QueryDescriptor ExchangeQueryDescriptor() {
+    BSA_QueryDescriptor query{};
+    std::strcpy(query.owner.bsa_ObjectOwner, "MSEXCH");
+    std::strcpy(query.owner.app_ObjectOwner, "msexch");
+    query.copyType = BSA_CopyType_BACKUP;
+    query.objectType = BSA_ObjectType_FILE;
+    query.status = BSA_ObjectStatus_MOST_RECENT;
+    return query;
+}
+
 bool IsExchangeFile(std::string_view resourceType, std::string_view pathName) {
     if (pathName.size() < 4) {
         return false;

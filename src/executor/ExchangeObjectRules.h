@@ -12,6 +12,10 @@
 // Transaction logs are announced with this size; the host does not ask for their real one.
 constexpr uint64_t kAnnouncedLogSize = 0x500000;
 
+// The catalogue's query: the most recent backup copies of files owned by MSEXCH/msexch. The
+// server filters by nothing else; the time window and the file test are applied here.
+BSA_QueryDescriptor ExchangeQueryDescriptor();
+
 // An Exchange database, streaming or log file: resource type exactly "D" or "L", a path of at
 // least four characters ending in a three-letter extension, and none of the storage group's
 // container objects.

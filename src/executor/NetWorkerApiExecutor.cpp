@@ -175,15 +175,7 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
             RaiseTarnError(m_log, NetWorkerStatus::Cancelled, kMethod, kCancelledMessage);
         }
 
-        // The server filters by owner, copy type, object type and status only; the time
-        // window is applied here.
-        BSA_QueryDescriptor query{};
-        std::strcpy(query.owner.bsa_ObjectOwner, "MSEXCH");
-        std::strcpy(query.owner.app_ObjectOwner, "msexch");
-        query.copyType = BSA_CopyType_BACKUP;
-        query.objectType = BSA_ObjectType_FILE;
-        query.status = BSA_ObjectStatus_MOST_RECENT;
-
+        BSA_QueryDescriptor query = ExchangeQueryDescriptor();
         BSA_ObjectDescriptor descriptor{};
         rc = m_wrapper->BSAQueryObject(m_handle, &query, &descriptor);
         status = BSAError2HResult(rc, m_log);

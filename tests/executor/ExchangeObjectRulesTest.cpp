@@ -177,3 +177,14 @@ TEST(BackupTimeTest, YearAndMonthShiftedTimeKeptNoWeekdayNoMilliseconds) {
 TEST(JoinUInt64Test, LeftHalfIsHigh) {
     EXPECT_EQ(0x0000000100000002ULL, JoinUInt64(BSA_UInt64{1, 2}));
 }
+
+TEST(ExchangeQueryTest, MostRecentBackupFilesOfTheExchangeOwnerAndNothingElse) {
+    BSA_QueryDescriptor expected{};
+    std::strcpy(expected.owner.bsa_ObjectOwner, "MSEXCH");
+    std::strcpy(expected.owner.app_ObjectOwner, "msexch");
+    expected.copyType = BSA_CopyType_BACKUP;
+    expected.objectType = BSA_ObjectType_FILE;
+    expected.status = BSA_ObjectStatus_MOST_RECENT;
+    const BSA_QueryDescriptor query = ExchangeQueryDescriptor();
+    EXPECT_EQ(0, std::memcmp(&expected, &query, sizeof query));
+}
