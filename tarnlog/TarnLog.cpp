@@ -276,24 +276,20 @@ public:
     }
 
     void Free(ILog* log) {
-        TarnLogger* logger = nullptr;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
-            auto it = m_live.find(static_cast<TarnLogger*>(log));
-            if (it == m_live.end()) {
+            if (m_live.erase(log) == 0) {
                 return;  // not one of ours, or freed already
             }
-            logger = *it;
-            m_live.erase(it);
         }
-        delete logger;
+        delete static_cast<TarnLogger*>(log);
     }
 
     static constexpr int kRefusedByConfiguration = 1;
 
 private:
     std::mutex m_mutex;
-    std::set<TarnLogger*> m_live;
+    std::set<ILog*> m_live;
     LogFileTable m_files;
 };
 
