@@ -1,7 +1,6 @@
 #include "XbsaServer.h"
 
 #include <cstring>
-#include <thread>
 
 namespace nwsim {
 
@@ -510,7 +509,7 @@ BSA_Int32 XbsaServer::OpenObject(BSA_Handle handle, BSA_ObjectDescriptor* descri
                                    error)) {
             rc = BSA_RC_ABORT_SYSTEM_ERROR;
         } else {
-            transfer->started = std::chrono::steady_clock::now();
+            transfer->started = m_host.Now();
             session->transfer = std::move(transfer);
             dataBlock->bufferLen = m_faults.bufferLen;
             dataBlock->numBytes = 0;
@@ -603,7 +602,7 @@ BSA_Int32 XbsaServer::GetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) {
     lock.unlock();
     // Sleep outside the lock so other sessions are not held up.
     if (throttled) {
-        std::this_thread::sleep_until(due);
+        m_host.WaitUntil(due);
     }
     Journal(line);
     return rc;

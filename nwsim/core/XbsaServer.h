@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "Catalogue.h"
@@ -41,8 +42,13 @@ struct ServerSettings {
 
 class ServerHost : public JournalSink {
 public:
+    using Clock = std::chrono::steady_clock;
+
     virtual ServerSettings LoadSettings() = 0;
     virtual bool JournalEnabled() = 0;
+    // The throttle's clock: the real one in the image, a controlled one in tests.
+    virtual Clock::time_point Now() { return Clock::now(); }
+    virtual void WaitUntil(Clock::time_point due) { std::this_thread::sleep_until(due); }
 
 protected:
     ~ServerHost() = default;

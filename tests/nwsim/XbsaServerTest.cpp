@@ -19,6 +19,8 @@ public:
     ServerSettings LoadSettings() override { return settings; }
     bool JournalEnabled() override { return true; }
     void Append(const std::string& line) override { lines.push_back(line); }
+    Clock::time_point Now() override { return now; }
+    void WaitUntil(Clock::time_point due) override { waits.push_back(due - now); }
 
     ParsedJournalLine Last() const {
         ParsedJournalLine parsed;
@@ -28,6 +30,8 @@ public:
 
     ServerSettings settings;
     std::vector<std::string> lines;
+    Clock::time_point now{};
+    std::vector<Clock::duration> waits;  // each wait, measured from the fixed "now"
 };
 
 class XbsaServerTest : public ::testing::Test {
@@ -473,18 +477,33 @@ TEST_F(XbsaServerTest, BufferLengthIsConfigurable) {
     EXPECT_EQ(codes, (std::vector<BSA_Int32>{0, 18}));
 }
 
-TEST_F(XbsaServerTest, ThrottleHoldsDataBackToTheRate) {
+TEST_F(XbsaServerTest, ThrottleHoldsEachBlockBackToTheRate) {
     host.settings.faultText = "throttle=262144";
     const BSA_Handle handle = Open();
     ASSERT_EQ(server.BeginTxn(handle), BSA_RC_SUCCESS);
     BSA_ObjectDescriptor named = Named("\\IS", "/Second Storage Group/E01000A2.log");
     BSA_DataBlock32 block{};
-    const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(server.OpenObject(handle, &named, &block), BSA_RC_SUCCESS);
     std::vector<BSA_Int32> codes;
     EXPECT_EQ(ReadAll(handle, 16384, codes).size(), 65536u);
-    // 65,536 bytes at 262,144 bytes per second cannot arrive in less than a quarter second.
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(250));
+    // At 262,144 bytes per second, block k of 16,384 bytes is due k * 62.5 ms after the open.
+    using std::chrono::microseconds;
+    ASSERT_EQ(host.waits.size(), 4u);
+    EXPECT_EQ(std::chrono::duration_cast<microseconds>(host.waits[0]), microseconds(62500));
+    EXPECT_EQ(std::chrono::duration_cast<microseconds>(host.waits[1]), microseconds(125000));
+    EXPECT_EQ(std::chrono::duration_cast<microseconds>(host.waits[2]), microseconds(187500));
+    EXPECT_EQ(std::chrono::duration_cast<microseconds>(host.waits[3]), microseconds(250000));
+}
+
+TEST_F(XbsaServerTest, NoThrottleNoWaiting) {
+    const BSA_Handle handle = Open();
+    ASSERT_EQ(server.BeginTxn(handle), BSA_RC_SUCCESS);
+    BSA_ObjectDescriptor named = Named("\\IS", "/Second Storage Group/E01000A2.log");
+    BSA_DataBlock32 block{};
+    ASSERT_EQ(server.OpenObject(handle, &named, &block), BSA_RC_SUCCESS);
+    std::vector<BSA_Int32> codes;
+    EXPECT_EQ(ReadAll(handle, 16384, codes).size(), 65536u);
+    EXPECT_TRUE(host.waits.empty());
 }
 
 TEST_F(XbsaServerTest, CountsStartAgainAtEveryInit) {
