@@ -30,7 +30,7 @@ class NwsimEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
         std::wstring reason;
-        ASSERT_TRUE(InstallSeededNwsim(L"conformance", 0, &g_nwsim, &reason))
+        ASSERT_TRUE(InstallSeededNwsim(L"conformance", 0, &g_nwsim, &reason, true))
             << std::string(reason.begin(), reason.end());
     }
 };

@@ -12,15 +12,19 @@ int RunTestProgram(const std::wstring& program, const std::wstring& arguments, b
     writable.push_back(L'\0');
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
-    UniqueFileHandle nul;
+    UniqueFileHandle output;
     if (quiet) {
+        // A scratch file that goes away with its last handle takes the program's output.
         SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
-        nul.reset(CreateFileW(L"NUL", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                              &inheritable, OPEN_EXISTING, 0, nullptr));
+        const std::wstring sink = MakeScratchDirectory(L"output") + L"\\output.txt";
+        output.reset(CreateFileW(sink.c_str(), GENERIC_WRITE,
+                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                 &inheritable, CREATE_ALWAYS,
+                                 FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
         startup.dwFlags = STARTF_USESTDHANDLES;
         startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-        startup.hStdOutput = nul.get();
-        startup.hStdError = nul.get();
+        startup.hStdOutput = output.get();
+        startup.hStdError = output.get();
     }
     PROCESS_INFORMATION info{};
     if (!CreateProcessW(path.c_str(), writable.data(), nullptr, nullptr, quiet ? TRUE : FALSE, 0,

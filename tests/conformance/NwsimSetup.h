@@ -9,7 +9,7 @@
 #include <string>
 
 // Runs a program of the test program's directory with these arguments; returns its exit code,
-// or -1 when it could not be started. Quiet: its output goes to NUL (benchmarks print one line).
+// or -1 when it could not be started. Quiet: its output is thrown away (benchmarks print one line).
 int RunTestProgram(const std::wstring& program, const std::wstring& arguments, bool quiet = false);
 
 // A scoped environment variable of this process (children inherit it).
