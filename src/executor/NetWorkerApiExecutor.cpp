@@ -27,6 +27,18 @@ constexpr wchar_t kCancelledMessage[] = L"User Canceled the extraction process";
 // The server's end-of-data code; the block that comes with it still carries data.
 constexpr int32_t kNoMoreData = BSA_RC_NO_MORE_DATA;
 
+// A host that passes no error callback hears nothing; a disk-full question then counts as
+// answered with 0, which cancels the extraction.
+uint32_t ReportError(INetWorkerErrorCallBack* error, uint32_t code) {
+    return error != nullptr ? error->NetWorkerError(code) : 0;
+}
+
+void ReportAllocation(INetWorkerErrorCallBack* error, const NetWorkerAllocationInfo& info) {
+    if (error != nullptr) {
+        error->AllocationError(&info);
+    }
+}
+
 // Copies a name of at most kNameCapacity - 1 characters; false for null or longer names.
 bool CopyName(const char* name, char (&target)[NetWorkerApiExecutor::kNameCapacity]) {
     if (name == nullptr) {
@@ -168,7 +180,7 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
         int32_t rc = m_wrapper->BSABeginTxn(m_handle);
         int32_t status = BSAError2HResult(rc, m_log);
         if (status < 0) {
-            error->NetWorkerError(NwErrorBeginTxn);
+            ReportError(error, NwErrorBeginTxn);
             RaiseTarnError(m_log, status, kMethod, L"BSABeginTxn failed");
         }
         if (Cancelled()) {
@@ -180,8 +192,8 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
         rc = m_wrapper->BSAQueryObject(m_handle, &query, &descriptor);
         status = BSAError2HResult(rc, m_log);
         if (status < 0) {
-            error->NetWorkerError(rc == BSA_RC_AUTHENTICATION_FAILURE ? NwErrorQueryAccess
-                                                                      : NwErrorQuery);
+            ReportError(error,
+                        rc == BSA_RC_AUTHENTICATION_FAILURE ? NwErrorQueryAccess : NwErrorQuery);
             RaiseTarnError(m_log, status, kMethod, L"BSAQueryObject failed");
         }
         if (status == NetWorkerStatus::NoMatch) {
@@ -199,7 +211,7 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
                     info.itemsFound = accepted;
                     info.catalogueSize = m_smVecObjects.size();
                     info.catalogueCapacity = m_smVecObjects.capacity();
-                    error->AllocationError(&info);
+                    ReportAllocation(error, info);
                     break;
                 }
             }
@@ -210,7 +222,7 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
                     NetWorkerAllocationInfo info{};
                     info.reason = AllocationReasonEntryStrings;
                     info.itemsFound = accepted;
-                    error->AllocationError(&info);
+                    ReportAllocation(error, info);
                     break;
                 }
                 m_smVecObjects.push_back(entry);  // room was reserved above: cannot throw
@@ -227,7 +239,7 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
             rc = m_wrapper->BSAGetNextQueryObject(m_handle, &descriptor);
             status = BSAError2HResult(rc, m_log);
             if (status < 0) {
-                error->NetWorkerError(NwErrorQuery);
+                ReportError(error, NwErrorQuery);
                 RaiseTarnError(m_log, status, kMethod, L"BSAGetNextQueryObject failed");
             }
             if (rc == kNoMoreData || Cancelled()) {
@@ -329,7 +341,7 @@ int32_t NetWorkerApiExecutor::WriteBlock(HANDLE file, const uint8_t* data, uint3
         }
         // The host may free space and answer 1246 to retry; its answer becomes the block's
         // status, so a successful retry on the last block returns 1246 (hosts check for it).
-        status = static_cast<int32_t>(error->NetWorkerError(NwErrorDiskFull));
+        status = static_cast<int32_t>(ReportError(error, NwErrorDiskFull));
         if (status != static_cast<int32_t>(NetWorkerWinError::Continue)) {
             SetCancelled(true);
             break;

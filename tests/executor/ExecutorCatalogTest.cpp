@@ -386,3 +386,17 @@ TEST_F(CatalogMemoryTest, GrowthCheckedOnEveryPassAcceptedOrNot) {
     m_executor->Catalog(nullptr, nullptr, nullptr, &m_error);
     EXPECT_EQ((std::vector<size_t>{10240, 10240, 10240}), m_scripted.reservations);
 }
+
+TEST_F(ExecutorTest, CatalogWithoutErrorCallbackStillReportsThroughTheLog) {
+    StartSession();
+    m_wrapper.objects = {MakeDescriptor("\\sg\\a.edb"), MakeDescriptor("\\sg\\b.edb")};
+    m_wrapper.nextRcAt[0] = 3;
+    SetLastError(0);
+    EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, nullptr));
+    EXPECT_EQ(1u, m_found.files.size());
+    EXPECT_EQ((LogTexts{{LogLevelError, L"BSA Error 3\n"},
+                        {LogLevelError, L"BSAGetNextQueryObject failed"},
+                        {LogLevelError, HResultLine(0x80004005, 0)},
+                        {LogLevelInfo, FoundLine(1, 1, 10240)}}),
+              Lines());
+}

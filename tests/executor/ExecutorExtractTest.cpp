@@ -438,3 +438,10 @@ TEST_F(ExtractTest, DestinationPathTooLongIsReported) {
     }
     EXPECT_TRUE(reported);
 }
+
+TEST_F(ExtractTest, DiskFullWithoutErrorCallbackCancels) {
+    m_wrapper.data = PatternData(40000);
+    m_system.failWriteAt[1] = ERROR_DISK_FULL;
+    EXPECT_EQ(1223, m_executor->ExtractFile(0, m_target.c_str(), L"priv1.edb", nullptr, nullptr));
+    EXPECT_FALSE(FileExists(m_file));
+}
