@@ -431,6 +431,49 @@ TEST_F(TarnLogFaultTest, UnopenableFileIsRefused) {
     EXPECT_EQ(log, nullptr);
 }
 
+namespace {
+
+// An ILog that TarnLog did not make; FreeLogger must leave it alone.
+class ForeignLog final : public ILog {
+public:
+    const wchar_t* GetName() override { return L"Foreign"; }
+    void SetLevel(int) override {}
+    int GetLevel() override { return LogLevelOff; }
+    bool IsTraceEnabled() override { return false; }
+    void Trace(const wchar_t*, const wchar_t*) override {}
+    bool IsInfoEnabled() override { return false; }
+    void Info(const wchar_t*, const wchar_t*, ...) override {}
+    bool IsWarningEnabled() override { return false; }
+    void Warning(const wchar_t*, const wchar_t*, ...) override {}
+    bool IsDebugEnabled() override { return false; }
+    void Debug(const wchar_t*, const wchar_t*, ...) override {}
+    bool IsErrorEnabled() override { return false; }
+    void Error(const wchar_t*, const wchar_t*, ...) override {}
+};
+
+}  // namespace
+
+TEST_F(TarnLogFaultTest, FreeLoggerIgnoresPointersItDidNotHandOut) {
+    ForeignLog foreign;  // on the stack: deleting it would crash the test
+    FreeLogger(&foreign);
+    FreeLogger(nullptr);
+    EXPECT_STREQ(foreign.GetName(), L"Foreign");
+}
+
+TEST_F(TarnLogFaultTest, SecondFreeOfTheSameLoggerIsIgnored) {
+    ILog* log = nullptr;
+    ASSERT_EQ(GetLogger(L"Twice", &log), 0);
+    log->Info(L"Twice::Run", L"before");
+    FreeLogger(log);
+    FreeLogger(log);  // a heap double free without the registry of live loggers
+    TarnLogger after = OpenLogger(L"After");
+    after->Info(L"After::Run", L"still working");
+    after.Free();
+    const std::vector<LogRecord> records = Records();
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[1].text, "still working");
+}
+
 int RunAppendChild(int argc, wchar_t** argv);
 
 int main() {
