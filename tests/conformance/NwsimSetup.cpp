@@ -62,9 +62,9 @@ bool InstallSeededNwsim(const wchar_t* purpose, unsigned objects, NwsimInstallat
     out->directory = base + L"\\nw";
     out->storeRoot = base + L"\\store";
     CreateDirectoryW(out->storeRoot.c_str(), nullptr);
-    const int installed =
-        RunTestProgram(L"nwsim-admin.exe", L"install --dir \"" + out->directory + L"\" --root \"" +
-                                               out->storeRoot + L"\"");
+    const int installed = RunTestProgram(
+        L"nwsim-admin.exe",
+        L"install --dir \"" + out->directory + L"\" --root \"" + out->storeRoot + L"\"", quiet);
     if (installed != 0) {
         *reason = L"nwsim-admin install exited " + std::to_wstring(installed);
         return false;
