@@ -229,6 +229,15 @@ void XbsaServer::Journal(const JournalLine& line) {
     }
 }
 
+BSA_Int32 XbsaServer::Finish(JournalLine& line, const std::optional<BSA_Int32>& forced,
+                             BSA_Int32 rc) {
+    if (forced) {
+        line.Number("fault", 1);
+    }
+    Journal(line.Signed("rc", rc));
+    return rc;
+}
+
 BSA_Int32 XbsaServer::Init(BSA_Handle* handle, BSA_SecurityToken* /*token*/, BSA_ObjectOwner* owner,
                            char** environment) {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -287,12 +296,7 @@ BSA_Int32 XbsaServer::Init(BSA_Handle* handle, BSA_SecurityToken* /*token*/, BSA
     if (!error.empty()) {
         line.Text("error", error);
     }
-    if (forced) {
-        line.Number("fault", 1);
-    }
-    line.Signed("rc", rc);
-    Journal(line);
-    return rc;
+    return Finish(line, forced, rc);
 }
 
 BSA_Int32 XbsaServer::Terminate(BSA_Handle handle) {
@@ -309,11 +313,7 @@ BSA_Int32 XbsaServer::Terminate(BSA_Handle handle) {
     }
     JournalLine line("BSATerminate");
     line.Number("handle", handle);
-    if (forced) {
-        line.Number("fault", 1);
-    }
-    Journal(line.Signed("rc", rc));
-    return rc;
+    return Finish(line, forced, rc);
 }
 
 BSA_Int32 XbsaServer::BeginTxn(BSA_Handle handle) {
@@ -335,11 +335,7 @@ BSA_Int32 XbsaServer::BeginTxn(BSA_Handle handle) {
     }
     JournalLine line("BSABeginTxn");
     line.Number("handle", handle);
-    if (forced) {
-        line.Number("fault", 1);
-    }
-    Journal(line.Signed("rc", rc));
-    return rc;
+    return Finish(line, forced, rc);
 }
 
 BSA_Int32 XbsaServer::EndTxn(BSA_Handle handle) {
@@ -362,11 +358,7 @@ BSA_Int32 XbsaServer::EndTxn(BSA_Handle handle) {
     }
     JournalLine line("BSAEndTxn");
     line.Number("handle", handle);
-    if (forced) {
-        line.Number("fault", 1);
-    }
-    Journal(line.Signed("rc", rc));
-    return rc;
+    return Finish(line, forced, rc);
 }
 
 BSA_Int32 XbsaServer::QueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,
@@ -417,11 +409,7 @@ BSA_Int32 XbsaServer::QueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,
             .Field("objectSpace", descriptor->objectName.objectSpaceName, BSA_MAX_OSNAME)
             .Field("path", descriptor->objectName.pathName, BSA_MAX_PATHNAME);
     }
-    if (forced) {
-        line.Number("fault", 1);
-    }
-    Journal(line.Signed("rc", rc));
-    return rc;
+    return Finish(line, forced, rc);
 }
 
 BSA_Int32 XbsaServer::QueryApiVersion(BSA_ApiVersion* version) {
@@ -442,11 +430,7 @@ BSA_Int32 XbsaServer::QueryApiVersion(BSA_ApiVersion* version) {
     if (rc == BSA_RC_SUCCESS) {
         line.Number("issue", kApiIssue).Number("version", kApiVersion).Number("level", kApiLevel);
     }
-    if (forced) {
-        line.Number("fault", 1);
-    }
-    Journal(line.Signed("rc", rc));
-    return rc;
+    return Finish(line, forced, rc);
 }
 
 BSA_Int32 XbsaServer::GetNextQueryObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor) {
@@ -475,11 +459,7 @@ BSA_Int32 XbsaServer::GetNextQueryObject(BSA_Handle handle, BSA_ObjectDescriptor
         line.Field("objectSpace", descriptor->objectName.objectSpaceName, BSA_MAX_OSNAME)
             .Field("path", descriptor->objectName.pathName, BSA_MAX_PATHNAME);
     }
-    if (forced) {
-        line.Number("fault", 1);
-    }
-    Journal(line.Signed("rc", rc));
-    return rc;
+    return Finish(line, forced, rc);
 }
 
 BSA_Int32 XbsaServer::OpenObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor,
@@ -531,11 +511,7 @@ BSA_Int32 XbsaServer::OpenObject(BSA_Handle handle, BSA_ObjectDescriptor* descri
     if (!error.empty()) {
         line.Text("error", error);
     }
-    if (forced) {
-        line.Number("fault", 1);
-    }
-    Journal(line.Signed("rc", rc));
-    return rc;
+    return Finish(line, forced, rc);
 }
 
 BSA_Int32 XbsaServer::GetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) {
@@ -625,11 +601,7 @@ BSA_Int32 XbsaServer::EndData(BSA_Handle handle) {
     }
     JournalLine line("BSAEndData");
     line.Number("handle", handle);
-    if (forced) {
-        line.Number("fault", 1);
-    }
-    Journal(line.Signed("rc", rc));
-    return rc;
+    return Finish(line, forced, rc);
 }
 
 }  // namespace nwsim

@@ -104,6 +104,8 @@ private:
     Session* Find(BSA_Handle handle);
     bool LoadSessionCatalogue(Session& session);
     void Journal(const JournalLine& line);
+    // Adds the fault marker and the return code, journals the line and returns rc.
+    BSA_Int32 Finish(JournalLine& line, const std::optional<BSA_Int32>& forced, BSA_Int32 rc);
 
     ServerHost& m_host;
     std::mutex m_mutex;
