@@ -38,7 +38,7 @@ private:
 
 enum class Size { Default, Short, Char, Long, LongLong, SizeT, IntMax, PtrDiff, LongDouble };
 
-struct Spec {
+struct Directive {
     bool leftAlign = false;
     bool plusSign = false;
     bool spaceSign = false;
@@ -51,12 +51,12 @@ struct Spec {
     bool narrowExplicit = false;  // h in front of s/c
 };
 
-void PadAndEmit(WideSink& sink, const Spec& spec, const wchar_t* prefix, size_t prefixLength,
+void PadAndEmit(WideSink& sink, const Directive& directive, const wchar_t* prefix, size_t prefixLength,
                 const wchar_t* body, size_t bodyLength, size_t zeros) {
     const size_t content = prefixLength + zeros + bodyLength;
-    const size_t width = spec.width > 0 ? static_cast<size_t>(spec.width) : 0;
+    const size_t width = directive.width > 0 ? static_cast<size_t>(directive.width) : 0;
     const size_t pad = width > content ? width - content : 0;
-    if (!spec.leftAlign) {
+    if (!directive.leftAlign) {
         sink.Repeat(L' ', pad);
     }
     for (size_t i = 0; i < prefixLength; ++i) {
@@ -66,18 +66,18 @@ void PadAndEmit(WideSink& sink, const Spec& spec, const wchar_t* prefix, size_t 
     for (size_t i = 0; i < bodyLength; ++i) {
         sink.Put(body[i]);
     }
-    if (spec.leftAlign) {
+    if (directive.leftAlign) {
         sink.Repeat(L' ', pad);
     }
 }
 
-void EmitInteger(WideSink& sink, const Spec& spec, uint64_t magnitude, bool negative,
+void EmitInteger(WideSink& sink, const Directive& directive, uint64_t magnitude, bool negative,
                  bool isSigned, unsigned base, bool upper) {
     wchar_t digits[64];
     size_t count = 0;
     const wchar_t* alphabet = upper ? L"0123456789ABCDEF" : L"0123456789abcdef";
     // Precision 0 with value 0 prints no digits, as the C library does.
-    if (!(magnitude == 0 && spec.precision == 0)) {
+    if (!(magnitude == 0 && directive.precision == 0)) {
         do {
             digits[count++] = alphabet[magnitude % base];
             magnitude /= base;
@@ -93,13 +93,13 @@ void EmitInteger(WideSink& sink, const Spec& spec, uint64_t magnitude, bool nega
     if (isSigned) {
         if (negative) {
             prefix[prefixLength++] = L'-';
-        } else if (spec.plusSign) {
+        } else if (directive.plusSign) {
             prefix[prefixLength++] = L'+';
-        } else if (spec.spaceSign) {
+        } else if (directive.spaceSign) {
             prefix[prefixLength++] = L' ';
         }
     }
-    if (spec.alternate && count > 0 && !(count == 1 && body[0] == L'0')) {
+    if (directive.alternate && count > 0 && !(count == 1 && body[0] == L'0')) {
         if (base == 16) {
             prefix[prefixLength++] = L'0';
             prefix[prefixLength++] = upper ? L'X' : L'x';
@@ -109,17 +109,17 @@ void EmitInteger(WideSink& sink, const Spec& spec, uint64_t magnitude, bool nega
     }
 
     size_t zeros = 0;
-    if (spec.precision >= 0) {
-        if (static_cast<size_t>(spec.precision) > count) {
-            zeros = static_cast<size_t>(spec.precision) - count;
+    if (directive.precision >= 0) {
+        if (static_cast<size_t>(directive.precision) > count) {
+            zeros = static_cast<size_t>(directive.precision) - count;
         }
-    } else if (spec.zeroPad && !spec.leftAlign && spec.width > 0) {
+    } else if (directive.zeroPad && !directive.leftAlign && directive.width > 0) {
         const size_t used = prefixLength + count;
-        if (static_cast<size_t>(spec.width) > used) {
-            zeros = static_cast<size_t>(spec.width) - used;
+        if (static_cast<size_t>(directive.width) > used) {
+            zeros = static_cast<size_t>(directive.width) - used;
         }
     }
-    PadAndEmit(sink, spec, prefix, prefixLength, body, count, zeros);
+    PadAndEmit(sink, directive, prefix, prefixLength, body, count, zeros);
 }
 
 template <typename Char>
@@ -131,53 +131,53 @@ size_t BoundedLength(const Char* text, int precision) {
     return length;
 }
 
-void EmitWideText(WideSink& sink, const Spec& spec, const wchar_t* text) {
+void EmitWideText(WideSink& sink, const Directive& directive, const wchar_t* text) {
     if (text == nullptr) {
         text = L"(null)";
     }
-    const size_t length = BoundedLength(text, spec.precision);
-    PadAndEmit(sink, spec, nullptr, 0, text, length, 0);
+    const size_t length = BoundedLength(text, directive.precision);
+    PadAndEmit(sink, directive, nullptr, 0, text, length, 0);
 }
 
-void EmitNarrowText(WideSink& sink, const Spec& spec, const char* text) {
+void EmitNarrowText(WideSink& sink, const Directive& directive, const char* text) {
     if (text == nullptr) {
         text = "(null)";
     }
-    const size_t length = BoundedLength(text, spec.precision);
-    const size_t width = spec.width > 0 ? static_cast<size_t>(spec.width) : 0;
+    const size_t length = BoundedLength(text, directive.precision);
+    const size_t width = directive.width > 0 ? static_cast<size_t>(directive.width) : 0;
     const size_t pad = width > length ? width - length : 0;
-    if (!spec.leftAlign) {
+    if (!directive.leftAlign) {
         sink.Repeat(L' ', pad);
     }
     for (size_t i = 0; i < length; ++i) {
         sink.Put(static_cast<wchar_t>(static_cast<unsigned char>(text[i])));
     }
-    if (spec.leftAlign) {
+    if (directive.leftAlign) {
         sink.Repeat(L' ', pad);
     }
 }
 
-void EmitFloating(WideSink& sink, const Spec& spec, wchar_t conversion, long double value,
+void EmitFloating(WideSink& sink, const Directive& directive, wchar_t conversion, long double value,
                   bool isLongDouble) {
     char format[32];
     size_t n = 0;
     format[n++] = '%';
-    if (spec.leftAlign) format[n++] = '-';
-    if (spec.plusSign) format[n++] = '+';
-    if (spec.spaceSign) format[n++] = ' ';
-    if (spec.alternate) format[n++] = '#';
-    if (spec.zeroPad) format[n++] = '0';
+    if (directive.leftAlign) format[n++] = '-';
+    if (directive.plusSign) format[n++] = '+';
+    if (directive.spaceSign) format[n++] = ' ';
+    if (directive.alternate) format[n++] = '#';
+    if (directive.zeroPad) format[n++] = '0';
     format[n++] = '*';
     format[n++] = '.';
     format[n++] = '*';
     if (isLongDouble) format[n++] = 'L';
     format[n++] = static_cast<char>(conversion);
     format[n] = '\0';
-    const int precision = spec.precision < 0 ? 6 : spec.precision;
+    const int precision = directive.precision < 0 ? 6 : directive.precision;
     char text[512];
     int written = isLongDouble
-                      ? std::snprintf(text, sizeof text, format, spec.width, precision, value)
-                      : std::snprintf(text, sizeof text, format, spec.width, precision,
+                      ? std::snprintf(text, sizeof text, format, directive.width, precision, value)
+                      : std::snprintf(text, sizeof text, format, directive.width, precision,
                                       static_cast<double>(value));
     if (written < 0) {
         written = 0;
@@ -245,71 +245,71 @@ size_t FormatInto(WideSink& sink, const wchar_t* format, va_list* args) {
             ++p;
             continue;
         }
-        Spec spec;
+        Directive directive;
         for (bool more = true; more;) {
             switch (*p) {
-                case L'-': spec.leftAlign = true; ++p; break;
-                case L'+': spec.plusSign = true; ++p; break;
-                case L' ': spec.spaceSign = true; ++p; break;
-                case L'#': spec.alternate = true; ++p; break;
-                case L'0': spec.zeroPad = true; ++p; break;
+                case L'-': directive.leftAlign = true; ++p; break;
+                case L'+': directive.plusSign = true; ++p; break;
+                case L' ': directive.spaceSign = true; ++p; break;
+                case L'#': directive.alternate = true; ++p; break;
+                case L'0': directive.zeroPad = true; ++p; break;
                 default: more = false; break;
             }
         }
         if (*p == L'*') {
-            spec.width = va_arg(*args, int);
-            if (spec.width < 0) {
-                spec.leftAlign = true;
-                spec.width = -spec.width;
+            directive.width = va_arg(*args, int);
+            if (directive.width < 0) {
+                directive.leftAlign = true;
+                directive.width = -directive.width;
             }
             ++p;
         } else {
-            spec.width = ReadNumber(p);
+            directive.width = ReadNumber(p);
         }
         if (*p == L'.') {
             ++p;
             if (*p == L'*') {
-                spec.precision = va_arg(*args, int);
+                directive.precision = va_arg(*args, int);
                 ++p;
             } else {
-                spec.precision = ReadNumber(p);
+                directive.precision = ReadNumber(p);
             }
         }
         switch (*p) {
             case L'h':
                 ++p;
                 if (*p == L'h') {
-                    spec.size = Size::Char;
+                    directive.size = Size::Char;
                     ++p;
                 } else {
-                    spec.size = Size::Short;
+                    directive.size = Size::Short;
                 }
-                spec.narrowExplicit = true;
+                directive.narrowExplicit = true;
                 break;
             case L'l':
                 ++p;
                 if (*p == L'l') {
-                    spec.size = Size::LongLong;
+                    directive.size = Size::LongLong;
                     ++p;
                 } else {
-                    spec.size = Size::Long;
+                    directive.size = Size::Long;
                 }
-                spec.wideExplicit = true;
+                directive.wideExplicit = true;
                 break;
-            case L'w': ++p; spec.wideExplicit = true; break;
-            case L'L': ++p; spec.size = Size::LongDouble; break;
-            case L'z': ++p; spec.size = Size::SizeT; break;
-            case L'j': ++p; spec.size = Size::IntMax; break;
-            case L't': ++p; spec.size = Size::PtrDiff; break;
+            case L'w': ++p; directive.wideExplicit = true; break;
+            case L'L': ++p; directive.size = Size::LongDouble; break;
+            case L'z': ++p; directive.size = Size::SizeT; break;
+            case L'j': ++p; directive.size = Size::IntMax; break;
+            case L't': ++p; directive.size = Size::PtrDiff; break;
             case L'I':
                 if (p[1] == L'6' && p[2] == L'4') {
-                    spec.size = Size::LongLong;
+                    directive.size = Size::LongLong;
                     p += 3;
                 } else if (p[1] == L'3' && p[2] == L'2') {
-                    spec.size = Size::Default;
+                    directive.size = Size::Default;
                     p += 3;
                 } else {
-                    spec.size = Size::SizeT;
+                    directive.size = Size::SizeT;
                     ++p;
                 }
                 break;
@@ -327,45 +327,45 @@ size_t FormatInto(WideSink& sink, const wchar_t* format, va_list* args) {
         switch (conversion) {
             case L'd':
             case L'i': {
-                const int64_t value = FetchSigned(spec.size, args);
+                const int64_t value = FetchSigned(directive.size, args);
                 const uint64_t magnitude =
                     value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-                EmitInteger(sink, spec, magnitude, value < 0, true, 10, false);
+                EmitInteger(sink, directive, magnitude, value < 0, true, 10, false);
                 break;
             }
-            case L'u': EmitInteger(sink, spec, FetchUnsigned(spec.size, args), false, false, 10, false); break;
-            case L'x': EmitInteger(sink, spec, FetchUnsigned(spec.size, args), false, false, 16, false); break;
-            case L'X': EmitInteger(sink, spec, FetchUnsigned(spec.size, args), false, false, 16, true); break;
-            case L'o': EmitInteger(sink, spec, FetchUnsigned(spec.size, args), false, false, 8, false); break;
+            case L'u': EmitInteger(sink, directive, FetchUnsigned(directive.size, args), false, false, 10, false); break;
+            case L'x': EmitInteger(sink, directive, FetchUnsigned(directive.size, args), false, false, 16, false); break;
+            case L'X': EmitInteger(sink, directive, FetchUnsigned(directive.size, args), false, false, 16, true); break;
+            case L'o': EmitInteger(sink, directive, FetchUnsigned(directive.size, args), false, false, 8, false); break;
             case L'p': {
                 // Microsoft prints a pointer as upper-case hex digits, zero-filled to its width.
-                Spec pointer = spec;
+                Directive pointer = directive;
                 pointer.precision = static_cast<int>(sizeof(void*) * 2);
                 const auto value = reinterpret_cast<uintptr_t>(va_arg(*args, void*));
                 EmitInteger(sink, pointer, value, false, false, 16, true);
                 break;
             }
             case L's':
-                if (spec.narrowExplicit) {
-                    EmitNarrowText(sink, spec, va_arg(*args, const char*));
+                if (directive.narrowExplicit) {
+                    EmitNarrowText(sink, directive, va_arg(*args, const char*));
                 } else {
-                    EmitWideText(sink, spec, va_arg(*args, const wchar_t*));
+                    EmitWideText(sink, directive, va_arg(*args, const wchar_t*));
                 }
                 break;
             case L'S':
-                if (spec.wideExplicit) {
-                    EmitWideText(sink, spec, va_arg(*args, const wchar_t*));
+                if (directive.wideExplicit) {
+                    EmitWideText(sink, directive, va_arg(*args, const wchar_t*));
                 } else {
-                    EmitNarrowText(sink, spec, va_arg(*args, const char*));
+                    EmitNarrowText(sink, directive, va_arg(*args, const char*));
                 }
                 break;
             case L'c':
             case L'C': {
-                const bool narrow = conversion == L'C' ? !spec.wideExplicit : spec.narrowExplicit;
+                const bool narrow = conversion == L'C' ? !directive.wideExplicit : directive.narrowExplicit;
                 const unsigned int raw = va_arg(*args, unsigned int);
                 const wchar_t c = narrow ? static_cast<wchar_t>(static_cast<unsigned char>(raw))
                                          : static_cast<wchar_t>(raw);
-                PadAndEmit(sink, spec, nullptr, 0, &c, 1, 0);
+                PadAndEmit(sink, directive, nullptr, 0, &c, 1, 0);
                 break;
             }
             case L'f':
@@ -376,10 +376,10 @@ size_t FormatInto(WideSink& sink, const wchar_t* format, va_list* args) {
             case L'G':
             case L'a':
             case L'A':
-                if (spec.size == Size::LongDouble) {
-                    EmitFloating(sink, spec, conversion, va_arg(*args, long double), true);
+                if (directive.size == Size::LongDouble) {
+                    EmitFloating(sink, directive, conversion, va_arg(*args, long double), true);
                 } else {
-                    EmitFloating(sink, spec, conversion, va_arg(*args, double), false);
+                    EmitFloating(sink, directive, conversion, va_arg(*args, double), false);
                 }
                 break;
             case L'n':
