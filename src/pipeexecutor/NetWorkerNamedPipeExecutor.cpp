@@ -9,13 +9,15 @@
 
 #include "common/MethodTracer.h"
 #include "common/UniqueHandle.h"
+#include "interfaces/NetWorkerStatus.h"
 #include "pipe/PipeMessageBuilders.h"
 
 namespace {
 
-constexpr int32_t kStatusFail = static_cast<int32_t>(0x80004005);        // E_FAIL
-constexpr int32_t kStatusInvalidArg = static_cast<int32_t>(0x80070057);  // E_INVALIDARG
-constexpr int32_t kStatusPipeClosed = 109;  // ERROR_BROKEN_PIPE, positive on purpose
+constexpr int32_t kStatusFail = NetWorkerStatus::Fail;
+constexpr int32_t kStatusInvalidArg = NetWorkerStatus::InvalidArgument;
+// A closed pipe is reported as the positive Windows error number; hosts rely on it.
+constexpr int32_t kStatusPipeClosed = NetWorkerStatus::PipeClosed;
 constexpr wchar_t kClientProgram[] = L"NetWorker64BitClient.exe";
 
 // The connection throws on failures; a method left by an exception writes no "Method End".
