@@ -16,7 +16,7 @@
 namespace {
 
 constexpr uint64_t kObjectSize = 1ULL << 30;
-constexpr int kRounds = 4;
+constexpr int kRounds = 8;  // best of eight: single rounds swing by 20% under Wine
 const char kPath[] = "/First Storage Group/Bench (EX01).edb";
 
 class QuietCallbacks : public INetWorkerErrorCallBack,
