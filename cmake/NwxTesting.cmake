@@ -48,3 +48,20 @@ function(nwx_add_fuzzer name)
              -print_final_stats=1)
     set_tests_properties(${name} PROPERTIES TIMEOUT 300)
 endfunction()
+
+# Adds every sub-folder of the current folder that has a CMakeLists.txt ("support" first), so
+# each area keeps its tests, benchmarks and fuzzers in a folder of its own.
+function(nwx_add_area_subdirectories)
+    file(GLOB areas LIST_DIRECTORIES true RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}
+         ${CMAKE_CURRENT_SOURCE_DIR}/*)
+    list(SORT areas)
+    list(REMOVE_ITEM areas support)
+    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/support/CMakeLists.txt)
+        add_subdirectory(support)
+    endif()
+    foreach(area IN LISTS areas)
+        if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${area}/CMakeLists.txt)
+            add_subdirectory(${area})
+        endif()
+    endforeach()
+endfunction()
