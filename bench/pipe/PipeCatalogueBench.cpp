@@ -3,8 +3,7 @@
 // against a bare ping-pong over the same kind of pipe: 1,060-byte messages from the client end
 // (where the helper sits), 12-byte answers from the server end (where the host sits), between
 // two processes. The ping-pong is the floor of a strictly alternating protocol; it runs in the
-// protocol's own direction because under Wine the direction alone changes the round trip by
-// about a third. Prints one line.
+// protocol's own direction so that both measure the same round trip. Prints one line.
 //
 // Started as "bench_pipe_catalogue.exe --send <pipe> <rounds>" it is the ping-pong's client end.
 
