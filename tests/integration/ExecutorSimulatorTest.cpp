@@ -66,6 +66,19 @@ TEST_F(SimulatedExecutorTest, InitializeHandsBSAInitTheSessionEnvironment) {
     EXPECT_TRUE(m_simulator->JournalLinesOf("BSATerminate").empty());
 }
 
+TEST_F(SimulatedExecutorTest, AFailedVersionQueryIsOnlyReported) {
+    // The version is only logged: a failing BSAQueryApiVersion neither stops the session nor
+    // the catalogue, and the zeroed record is what the log shows.
+    Install();
+    m_simulator->SetFaults(L"BSAQueryApiVersion=3");
+    ASSERT_EQ(0, Open());
+    EXPECT_EQ((LogTexts{{LogLevelInfo, L"Networker API Issue 0 Version 0 level 0\n"}}), Lines());
+    EXPECT_EQ("3", FieldOf(m_simulator->JournalLinesOf("BSAQueryApiVersion").at(0), "rc"));
+    ClearLog();
+    EXPECT_EQ(14u, CatalogAll().size());
+    EXPECT_TRUE(m_error.codes.empty());
+}
+
 TEST_F(SimulatedExecutorTest, UnknownClientIsBadEnvironment) {
     Install();
     m_wrapper = std::make_unique<NetWorkerApiWrapper>();
