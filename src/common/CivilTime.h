@@ -19,7 +19,7 @@ inline uint64_t FileTimeToTicks(const FILETIME& fileTime) {
 }
 
 inline FILETIME TicksToFileTime(uint64_t ticks) {
-    FILETIME fileTime;
+    FILETIME fileTime{};
     fileTime.dwLowDateTime = static_cast<uint32_t>(ticks);
     fileTime.dwHighDateTime = static_cast<uint32_t>(ticks >> 32);
     return fileTime;

@@ -55,7 +55,7 @@ struct IpcHeader {
     uint32_t messageSize;  // whole message, header included
 };
 
-#define NWX_IPC_MESSAGE(TypeNumber) \
+#define NWX_IPC_MESSAGE(TypeNumber)               \
     static constexpr uint32_t kType = TypeNumber; \
     IpcHeader header
 
@@ -170,7 +170,8 @@ struct IpcAllocationErrorResponse {
 
 // Layout checks: every offset and size of the wire format.
 static_assert(sizeof(IpcHeader) == 8 && offsetof(IpcHeader, messageType) == 0 &&
-                  offsetof(IpcHeader, messageSize) == 4, "IpcHeader");
+                  offsetof(IpcHeader, messageSize) == 4,
+              "IpcHeader");
 static_assert(sizeof(IpcBeginInitialize) == 518, "IpcBeginInitialize");
 static_assert(offsetof(IpcBeginInitialize, serverName) == 8, "IpcBeginInitialize");
 static_assert(offsetof(IpcBeginInitialize, clientName) == 263, "IpcBeginInitialize");
@@ -212,14 +213,16 @@ static_assert(sizeof(IpcFinishEndExtract) == 12 && offsetof(IpcFinishEndExtract,
 static_assert(sizeof(IpcNetWorkerError) == 12 && offsetof(IpcNetWorkerError, code) == 8,
               "IpcNetWorkerError");
 static_assert(sizeof(IpcNetWorkerErrorResponse) == 12 &&
-                  offsetof(IpcNetWorkerErrorResponse, answer) == 8, "IpcNetWorkerErrorResponse");
+                  offsetof(IpcNetWorkerErrorResponse, answer) == 8,
+              "IpcNetWorkerErrorResponse");
 static_assert(sizeof(IpcAllocationError) == 32, "IpcAllocationError");
 static_assert(offsetof(IpcAllocationError, reason) == 8, "IpcAllocationError");
 static_assert(offsetof(IpcAllocationError, itemsFound) == 12, "IpcAllocationError");
 static_assert(offsetof(IpcAllocationError, catalogueSize) == 16, "IpcAllocationError");
 static_assert(offsetof(IpcAllocationError, catalogueCapacity) == 24, "IpcAllocationError");
 static_assert(sizeof(IpcAllocationErrorResponse) == 12 &&
-                  offsetof(IpcAllocationErrorResponse, answer) == 8, "IpcAllocationErrorResponse");
+                  offsetof(IpcAllocationErrorResponse, answer) == 8,
+              "IpcAllocationErrorResponse");
 static_assert(sizeof(IpcBeginExtractFile) == kIpcMaxMessageSize, "largest message");
 
 // The type of a received message: 0 when fewer than 8 bytes arrived.
@@ -227,7 +230,7 @@ inline uint32_t IpcReceivedType(const unsigned char* buffer, uint32_t bytesRead)
     if (bytesRead < kIpcHeaderSize) {
         return 0;
     }
-    IpcHeader header;
+    IpcHeader header{};
     std::memcpy(&header, buffer, sizeof header);
     return header.messageType;
 }
@@ -241,7 +244,7 @@ const Message* IpcView(const unsigned char* buffer, uint32_t bytesRead) {
     if (bytesRead < kIpcHeaderSize) {
         return nullptr;
     }
-    IpcHeader header;
+    IpcHeader header{};
     std::memcpy(&header, buffer, sizeof header);
     if (header.messageType != Message::kType || header.messageSize != sizeof(Message)) {
         return nullptr;
@@ -252,8 +255,7 @@ const Message* IpcView(const unsigned char* buffer, uint32_t bytesRead) {
 // A zero-filled message with its header set, ready for its fields.
 template <typename Message>
 Message IpcMakeMessage() {
-    Message message;
-    std::memset(&message, 0, sizeof message);
+    Message message{};
     message.header.messageType = Message::kType;
     message.header.messageSize = static_cast<uint32_t>(sizeof(Message));
     return message;

@@ -9,10 +9,9 @@
 
 CatalogHandler::CatalogHandler(INamedPipeConnection* connection, INetWorkerExecutor* executor,
                                ILog* log)
-    : m_connection(connection), m_executor(executor), m_log(log) {
+    : m_connection(connection), m_executor(executor), m_log(log), m_answer{} {
     RequireServiceParts("CatalogHandler", connection, executor, log);
     NWX_TRACE_METHOD(m_log, L"CatalogHandler::CatalogHandler");
-    std::memset(m_answer.bytes, 0, sizeof m_answer.bytes);
 }
 
 CatalogHandler::~CatalogHandler() {

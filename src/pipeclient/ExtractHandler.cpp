@@ -22,10 +22,9 @@ void ThrowIfUnterminated(const void* field, const char* fieldName) {
 
 ExtractHandler::ExtractHandler(INamedPipeConnection* connection, INetWorkerExecutor* executor,
                                ILog* log)
-    : m_connection(connection), m_executor(executor), m_log(log) {
+    : m_connection(connection), m_executor(executor), m_log(log), m_answer{} {
     RequireServiceParts("ExtractHandler", connection, executor, log);
     NWX_TRACE_METHOD(m_log, L"ExtractHandler::ExtractHandler");
-    std::memset(m_answer.bytes, 0, sizeof m_answer.bytes);
 }
 
 ExtractHandler::~ExtractHandler() {

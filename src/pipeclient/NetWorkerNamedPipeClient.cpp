@@ -58,12 +58,11 @@ struct InitializeNames {
 NetWorkerNamedPipeClient::NetWorkerNamedPipeClient(const wchar_t* pipeName,
                                                    INamedPipeConnection* connection,
                                                    INetWorkerExecutor* executor, ILog* log)
-    : m_connection(connection), m_executor(executor), m_log(log) {
+    : m_connection(connection), m_executor(executor), m_log(log), m_receiveBuffer{} {
     RequireArgument(pipeName, "NetWorkerNamedPipeClient needs a pipe name");
     RequireServiceParts("NetWorkerNamedPipeClient", connection, executor, log);
     NWX_TRACE_METHOD(m_log, L"NetWorkerNamedPipeClient::NetWorkerNamedPipeClient");
     m_pipeName = pipeName;
-    std::memset(m_receiveBuffer, 0, sizeof m_receiveBuffer);
 }
 
 NetWorkerNamedPipeClient::~NetWorkerNamedPipeClient() {
