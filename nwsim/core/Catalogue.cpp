@@ -333,6 +333,12 @@ bool CheckObjectLimits(const CatalogueObject& o, std::string& error) {
     return true;
 }
 
+bool IsPreferredCopy(const CatalogueObject& candidate, const CatalogueObject* best) {
+    return best == nullptr || (candidate.objectStatus == 1 && best->objectStatus != 1) ||
+           (candidate.objectStatus == best->objectStatus &&
+            FormatDateTime(candidate.createTime) > FormatDateTime(best->createTime));
+}
+
 const CatalogueObject* Catalogue::FindById(uint64_t id) const {
     for (const CatalogueObject& object : objects) {
         if (object.id == id) {

@@ -57,6 +57,10 @@ struct CatalogueObject {
     ContentSource content;
 };
 
+// Which of two copies of one object a name refers to: the most recent copy first, then the
+// latest creation time. True when `candidate` is to replace `best` (which may be null).
+bool IsPreferredCopy(const CatalogueObject& candidate, const CatalogueObject* best);
+
 std::string EscapeField(std::string_view text);
 bool UnescapeField(std::string_view text, std::string& out);
 

@@ -137,9 +137,7 @@ const CatalogueObject* FindNsrinfoObject(const Catalogue& catalogue,
         if (!request.nameSpace.empty() && !EqualsIgnoringCase(request.nameSpace, o.appOwner)) {
             continue;
         }
-        if (best == nullptr || (o.objectStatus == 1 && best->objectStatus != 1) ||
-            (o.objectStatus == best->objectStatus &&
-             FormatDateTime(o.createTime) > FormatDateTime(best->createTime))) {
+        if (IsPreferredCopy(o, best)) {
             best = &o;
         }
     }

@@ -98,9 +98,7 @@ const CatalogueObject* SelectObject(const Catalogue& catalogue, const std::strin
         if (!named || (copyId != 0 && o.copyId != copyId)) {
             continue;
         }
-        if (best == nullptr || (o.objectStatus == 1 && best->objectStatus != 1) ||
-            (o.objectStatus == best->objectStatus &&
-             FormatDateTime(o.createTime) > FormatDateTime(best->createTime))) {
+        if (IsPreferredCopy(o, best)) {
             best = &o;
         }
     }
