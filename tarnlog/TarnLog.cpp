@@ -16,9 +16,8 @@
 #include "LogLineFormat.h"
 #include "common/UniqueHandle.h"
 #include "common/WideFormat.h"
+#define LOGGER_API __declspec(dllexport)
 #include "interfaces/LoggerApi.h"
-
-#define TARNLOG_EXPORT __declspec(dllexport)
 
 namespace {
 
@@ -301,7 +300,7 @@ LoggerRegistry& Registry() {
 
 }  // namespace
 
-TARNLOG_EXPORT int GetLogger(const wchar_t* name, ILog** log) {
+int GetLogger(const wchar_t* name, ILog** log) {
     if (log == nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
@@ -319,7 +318,7 @@ TARNLOG_EXPORT int GetLogger(const wchar_t* name, ILog** log) {
     }
 }
 
-TARNLOG_EXPORT void FreeLogger(ILog* log) {
+void FreeLogger(ILog* log) {
     if (log != nullptr) {
         Registry().Free(log);
     }

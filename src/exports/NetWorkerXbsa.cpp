@@ -35,10 +35,18 @@ std::wstring CopyPipeName(const wchar_t* pipeName) {
     return std::wstring(pipeName);
 }
 
-// All interfaces of the library have a virtual deleting destructor at slot 0.
+// Every interface of the library has its virtual deleting destructor at slot 0; freeing runs it
+// exactly as a Visual C++ host's `delete` would.
 template <typename Interface>
 void Destroy(Interface* object) {
+    if (object == nullptr) {
+        return;
+    }
+#if defined(_MSC_VER)
     delete object;
+#else
+    object->DeletingDestructor(1);
+#endif
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 // passed to another factory is borrowed: free in reverse order of creation.
 // No exported function throws: a failed Allocate returns false and stores null.
 
+#include "interfaces/InterfaceAbi.h"
 #include "interfaces/ILog.h"
 #include "interfaces/INamedPipeConnection.h"
 #include "interfaces/INetWorkerApiWrapper.h"
@@ -24,7 +25,9 @@
 #endif
 
 // C++ linkage on purpose: hosts bind to the decorated names, which encode these exact
-// argument types.
+// argument types. The DLL exports each function under both manglings: Visual C++'s
+// ("?AllocateNetWorkerApiWrapper@@YA_NPEAPEAVINetWorkerApiWrapper@@@Z", and for the three with
+// a wide string also the /Zc:wchar_t- spelling) and GCC's, for MinGW programs.
 NETWORKERXBSA_API bool AllocateNamedPipeConnection(INamedPipeConnection** connection);
 NETWORKERXBSA_API bool AllocateNetWorkerApiExecutor(INetWorkerExecutor** executor,
                                                     INetWorkerApiWrapper* wrapper);

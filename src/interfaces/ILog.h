@@ -3,6 +3,8 @@
 // IsErrorEnabled (11) and Error (12); a host's own ILog may differ in the other slots.
 // Formats follow the Microsoft wide-printf convention: %s is a wide string, %S a narrow one.
 
+#include "InterfaceAbi.h"
+
 enum LogLevel : int {
     LogLevelTrace = 0,
     LogLevelDebug = 1,
@@ -14,14 +16,14 @@ enum LogLevel : int {
 
 class ILog {
 public:
-    virtual const wchar_t* GetName() = 0;                                      // 0
-    virtual void SetLevel(int level) = 0;                                      // 1
-    virtual int GetLevel() = 0;                                                // 2
-    virtual bool IsTraceEnabled() = 0;                                         // 3
-    virtual void Trace(const wchar_t* method, const wchar_t* text) = 0;        // 4
-    virtual bool IsInfoEnabled() = 0;                                          // 5
-    virtual void Info(const wchar_t* method, const wchar_t* format, ...) = 0;  // 6
-    virtual bool IsWarningEnabled() = 0;                                       // 7
+    virtual const wchar_t* GetName() = 0;                                         // 0
+    virtual void SetLevel(int level) = 0;                                         // 1
+    virtual int GetLevel() = 0;                                                   // 2
+    virtual bool IsTraceEnabled() = 0;                                            // 3
+    virtual void Trace(const wchar_t* method, const wchar_t* text) = 0;           // 4
+    virtual bool IsInfoEnabled() = 0;                                             // 5
+    virtual void Info(const wchar_t* method, const wchar_t* format, ...) = 0;     // 6
+    virtual bool IsWarningEnabled() = 0;                                          // 7
     virtual void Warning(const wchar_t* method, const wchar_t* format, ...) = 0;  // 8
     virtual bool IsDebugEnabled() = 0;                                            // 9
     virtual void Debug(const wchar_t* method, const wchar_t* format, ...) = 0;    // 10

@@ -2,7 +2,7 @@
 // Callback interfaces that the host implements. They have no destructor slot: the executor
 // never owns or deletes a callback object, so the destructor is protected and non-virtual.
 
-#include <cstdint>
+#include <stdint.h>
 
 #include "NetWorkerRecords.h"
 

@@ -2,15 +2,16 @@
 // The one service the library offers a host, in process or through the helper program.
 // The slot order is part of the host's binary interface.
 
-#include <cstdint>
+#include <stdint.h>
 
 #include "INetWorkerCallBacks.h"
+#include "InterfaceAbi.h"
 #include "WinTypes.h"
 
 class INetWorkerExecutor {
 public:
-    // Slot 0.
-    virtual ~INetWorkerExecutor() = default;
+    // Slot 0: the deleting destructor.
+    NWX_DESTRUCTOR_SLOT(INetWorkerExecutor)
     // Slot 1. Opens the backup session; names are used up to 254 characters.
     virtual int32_t Initialize(const char* clientName, const char* serverName) = 0;
     // Slot 2. Lists Exchange objects created on dates within [timeAfter, timeBefore].
@@ -29,4 +30,6 @@ public:
     virtual int32_t EndExtract() = 0;
     // Slot 7. May be called from a second thread while an operation runs.
     virtual int32_t Quit() = 0;
+
+    NWX_DESTRUCTOR_AFTER_OPERATIONS(INetWorkerExecutor)
 };

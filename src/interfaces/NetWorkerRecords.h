@@ -1,8 +1,8 @@
 #pragma once
 // The records that executors hand to the host's callbacks.
 
-#include <cstddef>
-#include <cstdint>
+#include <stddef.h>
+#include <stdint.h>
 
 #include "WinTypes.h"
 

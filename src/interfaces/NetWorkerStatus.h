@@ -2,7 +2,7 @@
 // 32-bit statuses in the HRESULT convention, and the Windows error numbers that travel
 // through callbacks. A few positive Windows error numbers are statuses too, deliberately.
 
-#include <cstdint>
+#include <stdint.h>
 
 namespace NetWorkerStatus {
 constexpr int32_t Success = 0;                    // S_OK

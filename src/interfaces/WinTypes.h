@@ -1,19 +1,23 @@
 #pragma once
 // FILETIME and SYSTEMTIME for code that must also build without Windows headers.
-// On Windows these are the system's own types; elsewhere, layout-identical stand-ins.
+// Where the Windows headers exist these are the system's own types; elsewhere (the native build,
+// or a Visual C++ host compiled without the Windows SDK) layout-identical stand-ins under the
+// same names.
 
-#ifdef _WIN32
+#if defined(_WIN32) && defined(__MINGW32__)
 #include <windef.h>
 #include <minwinbase.h>
+#elif defined(_WIN32) && defined(__has_include) && __has_include(<windows.h>)
+#include <windows.h>
 #else
-#include <cstdint>
+#include <stdint.h>
 
-struct FILETIME {
+typedef struct _FILETIME {
     uint32_t dwLowDateTime;
     uint32_t dwHighDateTime;
-};
+} FILETIME;
 
-struct SYSTEMTIME {
+typedef struct _SYSTEMTIME {
     uint16_t wYear;
     uint16_t wMonth;
     uint16_t wDayOfWeek;
@@ -22,7 +26,7 @@ struct SYSTEMTIME {
     uint16_t wMinute;
     uint16_t wSecond;
     uint16_t wMilliseconds;
-};
+} SYSTEMTIME;
 #endif
 
 static_assert(sizeof(FILETIME) == 8, "FILETIME is two 32-bit words");

@@ -8,7 +8,22 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#if !defined(__has_include) || __has_include(<time.h>)
 #include <time.h>
+#else
+/* A host compiled without a C runtime: struct tm as every C runtime lays it out. */
+struct tm {
+    int tm_sec;
+    int tm_min;
+    int tm_hour;
+    int tm_mday;
+    int tm_mon;
+    int tm_year;
+    int tm_wday;
+    int tm_yday;
+    int tm_isdst;
+};
+#endif
 
 #ifdef __cplusplus
 extern "C" {
@@ -139,8 +154,8 @@ typedef struct {
 } BSA_QueryDescriptor;
 
 typedef struct {
-    BSA_UInt32 bufferLen;   /* in: size of the buffer; after BSAGetObject: size wanted */
-    BSA_UInt32 numBytes;    /* in: room in the buffer; out: bytes delivered */
+    BSA_UInt32 bufferLen; /* in: size of the buffer; after BSAGetObject: size wanted */
+    BSA_UInt32 numBytes;  /* in: room in the buffer; out: bytes delivered */
     BSA_UInt32 headerBytes;
     BSA_UInt32 shareId;
     BSA_UInt32 shareOffset;
@@ -149,8 +164,8 @@ typedef struct {
 
 /* Entry points of the XBSA library, resolved at run time. BSAEndTxn is called with the handle
  * alone: the library never passes a vote, and the server must treat both forms alike. */
-typedef BSA_Int32 (*BSAInitFn)(BSA_Handle* handle, BSA_SecurityToken* token,
-                               BSA_ObjectOwner* owner, char** environment);
+typedef BSA_Int32 (*BSAInitFn)(BSA_Handle* handle, BSA_SecurityToken* token, BSA_ObjectOwner* owner,
+                               char** environment);
 typedef BSA_Int32 (*BSATerminateFn)(BSA_Handle handle);
 typedef BSA_Int32 (*BSABeginTxnFn)(BSA_Handle handle);
 typedef BSA_Int32 (*BSAEndTxnFn)(BSA_Handle handle);

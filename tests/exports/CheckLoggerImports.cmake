@@ -1,0 +1,23 @@
+# cmake -DBINARY=... -DOBJDUMP=... -P CheckLoggerImports.cmake
+# Fails unless the binary imports from TarnLog.dll exactly GetLogger and FreeLogger under their
+# Visual C++ names, the names a host's own logging library built by Visual C++ exports.
+execute_process(COMMAND ${OBJDUMP} -p ${BINARY} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "objdump failed on ${BINARY}")
+endif()
+string(REGEX MATCH "DLL Name: TarnLog\\.dll\n[^\n]*\n(([^\n]+)\n)+" block "${dump}")
+if(block STREQUAL "")
+    message(FATAL_ERROR "${BINARY} imports nothing from TarnLog.dll")
+endif()
+string(REGEX MATCHALL "\n\t[0-9a-f]+\t +[0-9]+  [^\n]+" entries "${block}")
+set(actual)
+foreach(entry IN LISTS entries)
+    string(REGEX REPLACE "^\n\t[0-9a-f]+\t +[0-9]+  " "" name "${entry}")
+    list(APPEND actual "${name}")
+endforeach()
+list(SORT actual)
+set(expected "?FreeLogger@@YAXPEAVILog@@@Z" "?GetLogger@@YAHPEB_WPEAPEAVILog@@@Z")
+if(NOT "${actual}" STREQUAL "${expected}")
+    message(FATAL_ERROR "${BINARY} imports from TarnLog.dll:\n  ${actual}\nexpected:\n  ${expected}")
+endif()
+message(STATUS "${BINARY} imports the two Visual C++ logging names")
