@@ -1,5 +1,5 @@
 # The project's front door: `make test`, `make demo`, `make bench`.
-.PHONY: all deps build test test-windows test-native bench demo format clean
+.PHONY: all deps build sdk test test-windows test-native bench demo format clean
 
 all: build
 
@@ -9,6 +9,10 @@ deps:
 build: deps
 	cmake --preset windows
 	cmake --build --preset windows
+
+# The SDK for Visual C++ hosts in build/sdk (every Windows build makes it too).
+sdk: build
+	cmake --build --preset windows --target sdk
 
 test-windows: build
 	ctest --preset windows

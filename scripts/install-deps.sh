@@ -2,7 +2,7 @@
 # Installs what the build needs on Debian 12; runs apt-get update only when something is missing.
 set -euo pipefail
 packages=(
-  cmake make g++ clang libclang-rt-14-dev
+  cmake make g++ clang libclang-rt-14-dev lld llvm
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
   wine wine64 googletest util-linux
 )
