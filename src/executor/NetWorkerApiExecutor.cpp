@@ -10,6 +10,7 @@
 #include "ExtractionPaths.h"
 #include "common/LastError.h"
 #include "common/MethodTracer.h"
+#include "common/ScopeExit.h"
 #include "common/TarnError.h"
 #include "common/UniqueHandle.h"
 #include "interfaces/NetWorkerStatus.h"
@@ -176,6 +177,9 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
     // hosts keep the path pointers of earlier catalogues, so they must stay valid.
     m_smVecObjects.clear();
     uint32_t accepted = 0;
+    // Ended on every way out: after the failures reported below, and also when a host's
+    // callback throws or the time window is refused; that exception then goes on unchanged.
+    ScopeExit endTransaction([this] { m_wrapper->BSAEndTxn(m_handle); });
     try {
         int32_t rc = m_wrapper->BSABeginTxn(m_handle);
         int32_t status = BSAError2HResult(rc, m_log);
@@ -249,7 +253,7 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
     } catch (TarnError) {
         // Reported through the log and the error callback; the catalogue so far stays.
     }
-    m_wrapper->BSAEndTxn(m_handle);
+    endTransaction.RunNow();
     m_log->Info(kMethod, L"Found %u items. m_smVecObjects  size = %u, capacity = %u.\n",
                 static_cast<unsigned>(accepted), static_cast<unsigned>(m_smVecObjects.size()),
                 static_cast<unsigned>(m_smVecObjects.capacity()));
@@ -357,10 +361,28 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
     NWX_TRACE_METHOD(m_log, kMethod);
 
-    std::unique_ptr<uint8_t[]> buffer(new uint8_t[kTransferBufferSize]);
-    uint32_t bufferSize = kTransferBufferSize;
     UniqueFileHandle file;
     bool fileAttempted = false;
+    bool keepFile = false;  // decided only when the extraction ends with a status
+    // Both run on every way out, in this order: the file is closed and, unless it was
+    // extracted completely, deleted; then the object's data is ended, also when it was never
+    // opened. An exception of any type (a host's callback that throws) still reaches the caller.
+    ScopeExit endData([this] {
+        const int32_t endStatus = BSAError2HResult(m_wrapper->BSAEndData(m_handle), m_log);
+        if (endStatus < 0) {
+            m_log->Error(kMethod, L"BSAEndData failed with error %08lx.\n",
+                         static_cast<unsigned long>(static_cast<uint32_t>(endStatus)));
+        }
+    });
+    ScopeExit removeIncompleteFile([&] {
+        file.reset();
+        if (fileAttempted && !keepFile) {
+            DeleteExtractionFile(directory, fileName);
+        }
+    });
+
+    std::unique_ptr<uint8_t[]> buffer(new uint8_t[kTransferBufferSize]);
+    uint32_t bufferSize = kTransferBufferSize;
     bool completed = false;
     uint32_t pendingBytes = 0;
     int32_t status = NetWorkerStatus::Success;
@@ -453,16 +475,9 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
         }
     }
 
-    file.reset();
-    if (fileAttempted && (status < 0 || status == NetWorkerStatus::Cancelled)) {
-        DeleteExtractionFile(directory, fileName);
-    }
-    // Ended on every path, also when the object was never opened.
-    const int32_t endStatus = BSAError2HResult(m_wrapper->BSAEndData(m_handle), m_log);
-    if (endStatus < 0) {
-        m_log->Error(kMethod, L"BSAEndData failed with error %08lx.\n",
-                     static_cast<unsigned long>(static_cast<uint32_t>(endStatus)));
-    }
+    keepFile = !(status < 0 || status == NetWorkerStatus::Cancelled);
+    removeIncompleteFile.RunNow();
+    endData.RunNow();
     return status;
 }
 

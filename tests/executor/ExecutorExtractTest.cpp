@@ -1,4 +1,6 @@
 #include <cstring>
+#include <new>
+#include <stdexcept>
 #include <thread>
 
 #include "ExecutorTestSupport.h"
@@ -276,6 +278,68 @@ TEST_F(ExtractTest, FirstProgressAnswerClearsAnEarlierQuit) {
     m_executor->Quit();
     EXPECT_EQ(1223, Extract(nullptr));
     EXPECT_FALSE(FileExists(m_file));
+}
+
+TEST_F(ExtractTest, ProgressCallbackThatThrowsDeletesThePartialFileAndEndsTheData) {
+    m_wrapper.data = PatternData(16384 * 4);
+    m_system.ticks = {1000};
+    m_progress.answer = [](size_t report) -> bool {
+        if (report == 1) {
+            throw std::runtime_error("Other end of pipe disconnected");
+        }
+        return false;
+    };
+    try {
+        Extract(&m_progress);
+        FAIL() << "no exception";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ("Other end of pipe disconnected", error.what());
+    }
+    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAGetData", "BSAEndData"}),
+              m_wrapper.calls);
+    EXPECT_EQ((LogTexts{{LogLevelInfo, PathLine()}}), Lines()) << "no status was raised";
+    const std::vector<std::wstring> traces = Traces();
+    ASSERT_GE(traces.size(), 3u);
+    EXPECT_EQ(L"NetWorkerApiExecutor::DeleteExtractionFile|Method End", traces[traces.size() - 2]);
+    EXPECT_EQ(L"NetWorkerApiExecutor::ExtractFile|Method End", traces.back());
+
+    // The session goes on: the next extraction of the same file works.
+    m_progress.answer = nullptr;
+    m_wrapper.calls.clear();
+    ASSERT_EQ(0, Extract(&m_progress));
+    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+}
+
+TEST_F(ExtractTest, FirstOrFinalProgressReportThatThrowsLeavesNoFile) {
+    for (const size_t throwingReport : {size_t{0}, size_t{2}}) {
+        SCOPED_TRACE(throwingReport);
+        m_wrapper.data = PatternData(20000);
+        m_wrapper.calls.clear();
+        m_progress.reports.clear();
+        m_system.ticks = {1000};
+        m_progress.answer = [throwingReport](size_t report) -> bool {
+            if (report == throwingReport) {
+                throw std::runtime_error("gone");
+            }
+            return false;
+        };
+        EXPECT_THROW(Extract(&m_progress), std::runtime_error);
+        // Even a file whose every block was written is not kept: the host never learnt it.
+        EXPECT_FALSE(FileExists(m_file));
+        EXPECT_EQ("BSAEndData", m_wrapper.calls.back());
+        EXPECT_EQ(throwingReport + 1, m_progress.reports.size());
+    }
+}
+
+TEST_F(ExtractTest, DiskFullQuestionThatThrowsDeletesThePartialFile) {
+    m_wrapper.data = PatternData(40000);
+    m_system.failWriteAt[1] = ERROR_DISK_FULL;
+    m_error.onDiskFull = [] { throw std::bad_alloc(); };
+    EXPECT_THROW(Extract(nullptr), std::bad_alloc);
+    EXPECT_EQ(std::vector<uint32_t>{11}, m_error.codes);
+    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_EQ("BSAEndData", m_wrapper.calls.back());
 }
 
 TEST_F(ExtractTest, QuitDuringAThrottledTransferCancelsAndDeletes) {

@@ -164,6 +164,117 @@ TEST(ProcessFaults, HelperKilledDuringExtractionGives109) {
     EXPECT_TRUE(HasExited(session.Helper(), 10000));
 }
 
+// Every file below a directory, recursively.
+void ListFiles(const std::wstring& directory, std::vector<std::wstring>* files) {
+    WIN32_FIND_DATAW found;
+    HANDLE search = FindFirstFileW((directory + L"\\*").c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) {
+        return;
+    }
+    do {
+        const std::wstring name = found.cFileName;
+        if (name == L"." || name == L"..") {
+            continue;
+        }
+        const std::wstring path = directory + L"\\" + name;
+        if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+            ListFiles(path, files);
+        } else {
+            files->push_back(path);
+        }
+    } while (FindNextFileW(search, &found));
+    FindClose(search);
+}
+
+std::string ReadFileBytes(const std::wstring& path) {
+    UniqueFileHandle file(CreateFileW(path.c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    std::string bytes;
+    char buffer[4096];
+    DWORD got = 0;
+    while (file && ReadFile(file.get(), buffer, sizeof buffer, &got, nullptr) && got > 0) {
+        bytes.append(buffer, got);
+    }
+    return bytes;
+}
+
+// The first file below `directory` that holds some bytes, waiting up to `milliseconds`.
+bool WaitForDataBelow(const std::wstring& directory, DWORD milliseconds) {
+    for (DWORD waited = 0; waited < milliseconds; waited += 100) {
+        std::vector<std::wstring> files;
+        ListFiles(directory, &files);
+        for (const std::wstring& file : files) {
+            WIN32_FILE_ATTRIBUTE_DATA data{};
+            if (GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data) &&
+                (data.nFileSizeLow != 0 || data.nFileSizeHigh != 0)) {
+                return true;
+            }
+        }
+        Sleep(100);
+    }
+    return false;
+}
+
+TEST(ProcessFaults, HostKilledDuringExtractionLeavesNoPartialFileAndEndsTheData) {
+    // nwexch is the host; at 16 KiB per second its 2 MB database takes two minutes.
+    ScopedEnvironment slow(L"NWSIM_FAULTS", L"throttle=16384");
+    const std::wstring journal = MakeScratchDirectory(L"killhost") + L"\\journal.txt";
+    ScopedEnvironment journalled(L"NWSIM_JOURNAL", journal);
+    const std::wstring directory = MakeScratchDirectory(L"killhost");
+    DeleteFileW(journal.c_str());
+    std::vector<std::wstring> leftovers;
+    ListFiles(directory, &leftovers);
+    ASSERT_TRUE(leftovers.empty());
+
+    const std::vector<DWORD> before = FindProcessesNamed(L"NetWorker64BitClient.exe");
+    std::wstring commandLine = L"\"" + TestProgramDirectory() +
+                               L"\\nwexch.exe\" restore --server srv --client cli --mode helper 8 "
+                               L"--to \"" +
+                               directory + L"\"";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION started{};
+    ASSERT_TRUE(CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr,
+                               nullptr, &startup, &started));
+    UniqueHandle host(started.hProcess);
+    UniqueHandle hostThread(started.hThread);
+
+    // Killed once the helper has written the first block of the database.
+    ASSERT_TRUE(WaitForDataBelow(directory, 60000));
+    ASSERT_TRUE(TerminateProcess(host.get(), 9));
+    WaitForSingleObject(host.get(), INFINITE);
+
+    UniqueHandle helper;
+    for (DWORD id : FindProcessesNamed(L"NetWorker64BitClient.exe")) {
+        if (std::find(before.begin(), before.end(), id) == before.end()) {
+            helper.reset(OpenProcess(kHelperAccess, FALSE, id));
+        }
+    }
+    ASSERT_TRUE(helper.valid()) << "the helper had ended before its host";
+    // Its next progress report finds the pipe closed: the helper ends on its own, having
+    // deleted the partial file and ended the transfer.
+    EXPECT_TRUE(HasExited(helper.get(), 20000));
+    std::vector<std::wstring> left;
+    ListFiles(directory, &left);
+    EXPECT_TRUE(left.empty()) << std::string(left.front().begin(), left.front().end());
+
+    std::vector<std::string> calls;
+    std::string text = ReadFileBytes(journal);
+    for (size_t start = 0; start < text.size();) {
+        const size_t end = text.find('\n', start);
+        const std::string line = text.substr(start, end - start);
+        calls.push_back(line.substr(0, line.find(' ')));
+        start = end == std::string::npos ? text.size() : end + 1;
+    }
+    const auto opened = std::find(calls.begin(), calls.end(), "BSAGetObject");
+    ASSERT_NE(opened, calls.end());
+    EXPECT_NE(std::find(opened, calls.end(), "BSAEndData"), calls.end());
+    if (!HasExited(helper.get(), 0)) {
+        TerminateProcess(helper.get(), 9);
+    }
+}
+
 TEST(ProcessFaults, HostFreeingItsConnectionEndsTheHelperNormally) {
     HelperSession session(L"free");
     ASSERT_EQ(session.InitializeStatus(), 0);
