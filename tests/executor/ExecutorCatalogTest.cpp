@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "ExecutorTestSupport.h"
+#include "common/LastError.h"
 #include "interfaces/NetWorkerStatus.h"
 
 using LogTexts = std::vector<std::pair<LogLevel, std::wstring>>;
@@ -171,7 +172,7 @@ TEST_F(ExecutorTest, FileFoundTrueStopsAfterThatEntry) {
     // The stop stays pending: the next Catalog ends at once.
     ClearLog();
     m_found.files.clear();
-    SetLastError(0);
+    WriteLastError(0);
     m_executor->Catalog(nullptr, nullptr, &m_found, &m_error);
     EXPECT_TRUE(m_found.files.empty());
     EXPECT_EQ(L"User Canceled the extraction process", Lines().at(0).second);
@@ -304,7 +305,7 @@ TEST_F(ExecutorTest, ErrorCallbackThatThrowsEndsTheTransactionAndPassesTheExcept
 TEST_F(ExecutorTest, BeginTxnFailureReportsNineAndReturnsZero) {
     StartSession();
     m_wrapper.beginTxnResult = 5;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, &m_error));
     EXPECT_EQ(std::vector<uint32_t>{9}, m_error.codes);
     EXPECT_EQ((std::vector<std::string>{"BSABeginTxn", "BSAEndTxn"}), m_wrapper.calls);
@@ -318,7 +319,7 @@ TEST_F(ExecutorTest, BeginTxnFailureReportsNineAndReturnsZero) {
 TEST_F(ExecutorTest, QueryAuthenticationFailureReportsEighteen) {
     StartSession();
     m_wrapper.queryRc = 4;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, &m_error));
     EXPECT_EQ(std::vector<uint32_t>{18}, m_error.codes);
     EXPECT_EQ((LogTexts{{LogLevelError, L"BSA Error 4\n"},
@@ -346,7 +347,7 @@ TEST_F(ExecutorTest, NothingMatchedIsNoExchangeObjectsWithoutErrorCallback) {
     for (int32_t rc : {17, 26}) {
         m_wrapper.queryRc = rc;
         ClearLog();
-        SetLastError(0);
+        WriteLastError(0);
         EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, &m_error));
         EXPECT_TRUE(m_error.codes.empty());
         EXPECT_EQ((LogTexts{{LogLevelError, L"No Exchange Objects"},
@@ -361,7 +362,7 @@ TEST_F(ExecutorTest, FetchFailureReportsSeventeenAndKeepsEarlierEntries) {
     m_wrapper.objects = {MakeDescriptor("\\sg\\a.edb"), MakeDescriptor("\\sg\\b.edb"),
                          MakeDescriptor("\\sg\\c.edb")};
     m_wrapper.nextRcAt[1] = 79;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, &m_error));
     EXPECT_EQ(std::vector<uint32_t>{17}, m_error.codes);
     EXPECT_EQ(2u, m_found.files.size());
@@ -436,7 +437,7 @@ TEST_F(ExecutorTest, CatalogWithoutErrorCallbackStillReportsThroughTheLog) {
     StartSession();
     m_wrapper.objects = {MakeDescriptor("\\sg\\a.edb"), MakeDescriptor("\\sg\\b.edb")};
     m_wrapper.nextRcAt[0] = 3;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, nullptr));
     EXPECT_EQ(1u, m_found.files.size());
     EXPECT_EQ((LogTexts{{LogLevelError, L"BSA Error 3\n"},
