@@ -1,14 +1,10 @@
 #include "NetWorkerNamedPipeExecutor.h"
 
-#include <windows.h>
-
 #include <cstring>
-#include <cwchar>
 #include <stdexcept>
-#include <vector>
 
+#include "common/CivilTime.h"
 #include "common/MethodTracer.h"
-#include "common/UniqueHandle.h"
 #include "interfaces/NetWorkerStatus.h"
 #include "pipe/PipeMessageBuilders.h"
 
@@ -18,11 +14,15 @@ constexpr int32_t kStatusFail = NetWorkerStatus::Fail;
 constexpr int32_t kStatusInvalidArg = NetWorkerStatus::InvalidArgument;
 // A closed pipe is reported as the positive Windows error number; hosts rely on it.
 constexpr int32_t kStatusPipeClosed = NetWorkerStatus::PipeClosed;
-constexpr wchar_t kClientProgram[] = L"NetWorker64BitClient.exe";
 
 // The connection throws on failures; a method left by an exception writes no "Method End".
 #define NWX_TRACE_PIPE_METHOD(method) \
     ScopedMethodTracer methodTracer(m_log.Get(), (method), MethodEndOnUnwind::Skip)
+
+// A status as the 32 bits that "%08lx" prints, whatever the width of long.
+unsigned long StatusBits(int32_t status) {
+    return static_cast<uint32_t>(status);
+}
 
 uint32_t CancelResponse(bool stop) {
     return stop ? eQuit : eContinue;
@@ -46,30 +46,6 @@ NetWorkerNamedPipeExecutor::NetWorkerNamedPipeExecutor(const wchar_t* pipeName,
 
 NetWorkerNamedPipeExecutor::~NetWorkerNamedPipeExecutor() = default;
 
-long NetWorkerNamedPipeExecutor::StartClientProcess(const wchar_t* pipeName) {
-    // CreateProcessW may write into the command line, so it gets its own copy.
-    std::vector<wchar_t> commandLine(pipeName, pipeName + std::wcslen(pipeName) + 1);
-    STARTUPINFOW startup;
-    std::memset(&startup, 0, sizeof startup);
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process;
-    std::memset(&process, 0, sizeof process);
-    if (!::CreateProcessW(kClientProgram, commandLine.data(), nullptr, nullptr, FALSE,
-                          NORMAL_PRIORITY_CLASS, nullptr, nullptr, &startup, &process)) {
-        const unsigned long error = ::GetLastError();
-        // A failure that leaves no error number still must not count as started: the host
-        // would wait for a helper that never comes.
-        if (error == 0) {
-            return static_cast<long>(0x80004005UL);
-        }
-        return static_cast<long>(error > 0x7FFFFFFFUL ? error : ((error & 0xFFFF) | 0x80070000UL));
-    }
-    // The host never waits for the helper: both handles are closed at once.
-    UniqueHandle processHandle(process.hProcess);
-    UniqueHandle threadHandle(process.hThread);
-    return 0;
-}
-
 template <typename Message>
 void NetWorkerNamedPipeExecutor::SendToHelper(const Message& message) {
     IpcSend(*m_connection, message);
@@ -82,7 +58,7 @@ bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method, uint32_t* b
         m_log.Get()->Error(method,
                            L"Failed to receive correctly from the pipe. Other end of pipe "
                            L"disconnected while receiving message from pipe! Error: %08lx.",
-                           static_cast<unsigned long>(kStatusPipeClosed));
+                           StatusBits(kStatusPipeClosed));
         *bytesRead = 0;
         return false;
     }
@@ -97,21 +73,20 @@ int32_t NetWorkerNamedPipeExecutor::UnexpectedReply(const wchar_t* method, uint3
                        L"The client was unable to initialize. Expected messageType '%d'. Actual "
                        L"messageType '%d'. Error: %08lx.",
                        static_cast<int>(expected), static_cast<int>(actual),
-                       static_cast<unsigned long>(kStatusFail));
+                       StatusBits(kStatusFail));
     return kStatusFail;
 }
 
 int32_t NetWorkerNamedPipeExecutor::RefuseArgument(const wchar_t* method,
                                                    const std::logic_error& refused) {
-    m_log.Get()->Error(method, L"%S Error: %08lx.", refused.what(),
-                       static_cast<unsigned long>(kStatusInvalidArg));
+    m_log.Get()->Error(method, L"%S Error: %08lx.", refused.what(), StatusBits(kStatusInvalidArg));
     return kStatusInvalidArg;
 }
 
 int32_t NetWorkerNamedPipeExecutor::InvalidMessageType(const wchar_t* method) {
     // The misspelt wording is what hosts' log filters look for.
     m_log.Get()->Error(method, L"Invalid messageType recieved. Error: %08lx.",
-                       static_cast<unsigned long>(kStatusFail));
+                       StatusBits(kStatusFail));
     return kStatusFail;
 }
 
@@ -153,11 +128,12 @@ int32_t NetWorkerNamedPipeExecutor::Initialize(const char* clientName, const cha
     }
 
     m_connection->OpenNewPipe(m_pipeName.c_str());
-    const long launched = m_launchClient(m_pipeName.c_str());
+    // The launcher's result is a 32-bit status, whatever the width of long.
+    const int32_t launched = static_cast<int32_t>(m_launchClient(m_pipeName.c_str()));
     if (launched < 0) {
         m_log.Get()->Error(kMethod, L"Failed to create '%s' process. Error: %08lx.", kClientProgram,
-                           static_cast<unsigned long>(launched));
-        return static_cast<int32_t>(launched);
+                           StatusBits(launched));
+        return launched;
     }
     m_connection->WaitForConnection();
 
@@ -181,7 +157,7 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
     // Refused here, with the in-process executor's exception, rather than in the helper,
     // where the exception would end the helper's session.
     if (timeBefore != nullptr && timeAfter != nullptr &&
-        ::CompareFileTime(timeAfter, timeBefore) > 0) {
+        FileTimeToTicks(*timeAfter) > FileTimeToTicks(*timeBefore)) {
         throw std::invalid_argument("timeAfter cannot be later than timeBefore");
     }
     SendToHelper(IpcBuildBeginCatalog(timeBefore, timeAfter));
@@ -195,11 +171,9 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
         if (const auto* found = IpcView<IpcFileFound>(m_buffer, bytesRead)) {
             NetWorkerFileInfo info;
             info.index = found->index;
-            FILETIME backupTime;
-            backupTime.dwLowDateTime = static_cast<DWORD>(found->backupTime & 0xFFFFFFFFu);
-            backupTime.dwHighDateTime = static_cast<DWORD>(found->backupTime >> 32);
-            std::memset(&info.backupTime, 0, sizeof info.backupTime);
-            ::FileTimeToSystemTime(&backupTime, &info.backupTime);
+            // A time the conversion refuses leaves the record zero, as Windows' own does.
+            info.backupTime = SYSTEMTIME{};
+            CivilFileTimeToSystemTime(TicksToFileTime(found->backupTime), &info.backupTime);
             // Points into the receive buffer: valid only during the callback.
             info.path = found->path;
             info.size = found->size;

@@ -52,7 +52,9 @@ public:
     int32_t EndExtract() override;
     int32_t Quit() override;
 
-    // The default launcher: CreateProcessW of "NetWorker64BitClient.exe" (bare name, so it
+    static constexpr wchar_t kClientProgram[] = L"NetWorker64BitClient.exe";
+
+    // The default launcher (Windows only): CreateProcessW of kClientProgram (bare name, so it
     // is found in the host's current directory) with the pipe name alone as command line.
     static long StartClientProcess(const wchar_t* pipeName);
 
