@@ -17,7 +17,8 @@ public:
 
 // Writes the message and "HRESULT %08lx GetLastError() %d" as two Error lines (when the logger
 // has errors enabled), then throws TarnError(code). log may be null. The formatted message is
-// handed to the logger as a format again: the library's messages contain no percent sign.
+// handed to the logger as a format again, with its percent signs doubled, so the logged line
+// is the message as formatted here.
 [[noreturn]] void RaiseTarnError(ILog* log, int32_t code, const wchar_t* method,
                                  const wchar_t* format, ...);
 

@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "common/MethodTracer.h"
+#include "common/WideFormat.h"
 
 namespace {
 
@@ -34,7 +35,9 @@ NamedPipeConnection::~NamedPipeConnection() {
 
 void NamedPipeConnection::Fail(const wchar_t* method, const std::string& text) {
     if (m_log.Get() != nullptr) {
-        m_log.Get()->Error(method, WidenByCharacter(text).c_str());
+        // The text goes to the logger as its format; its percent signs are doubled so that it
+        // is written as it stands.
+        m_log.Get()->Error(method, AsLiteralFormat(WidenByCharacter(text)).c_str());
     }
     throw std::runtime_error(text);
 }

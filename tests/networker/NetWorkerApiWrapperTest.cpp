@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "RecordingLog.h"
+#include "TestFiles.h"
 #include "WinTestPaths.h"
 #include "fakes/FakeNetWorker.h"
 #include "interfaces/NetWorkerStatus.h"
@@ -195,8 +196,8 @@ TEST_F(NetWorkerApiWrapperTest, SecondInitializeReturnsZeroAndLoadsNothing) {
 }
 
 TEST_F(NetWorkerApiWrapperTest, LibrariesAreFreedInLoadOrder) {
-    ScopedTempDirectory temp;
-    const std::wstring unloadLog = temp.File(L"unloads.txt");
+    TempDirectory temp("networker");
+    const std::wstring unloadLog = temp.Child(L"unloads.txt");
     ScopedEnvironmentVariable variable(L"FAKE_NETWORKER_UNLOAD_LOG", unloadLog);
     ScopedNsrexecdService service(QuotedProgram(FakeInstallation(L"full")));
     {
