@@ -15,8 +15,12 @@
 #include "Session.h"
 #include "CatalogueCollector.h"
 #include "RestoreCallbacks.h"
+#include "interfaces/NetWorkerStatus.h"
 
 namespace {
+
+// What ExtractFile returns when a retry after a full disk succeeded on the last block.
+constexpr int32_t kRetriedAfterDiskFull = static_cast<int32_t>(NetWorkerWinError::Continue);
 
 void Error(const std::wstring& message) {
     Console().Err(L"nwexch: " + message + L"\n");
@@ -155,22 +159,23 @@ bool RestoreFile(INetWorkerExecutor* executor, const PlannedFile& file, uint64_t
         RunCancellation().Request(L"cancelled because the disk is full");
         return true;
     }
-    if (status == 1223) {
+    if (status == NetWorkerStatus::Cancelled) {
         outcome->result = FileResult::Cancelled;
         outcome->reason =
             RunCancellation().Requested() ? RunCancellation().Reason() : std::wstring(L"cancelled");
         RemoveIfPresent(partial);
         return true;
     }
-    if (status < 0 || (status != 0 && status != 1246)) {
+    if (status < 0 || (status != 0 && status != kRetriedAfterDiskFull)) {
         outcome->result = FileResult::Failed;
         outcome->reason = FormatStatus(status);
         RemoveIfPresent(partial);
-        return status != 109;  // the helper program is gone: nothing more can be restored
+        // The helper program is gone: nothing more can be restored.
+        return status != NetWorkerStatus::PipeClosed;
     }
-    // 1246: a retry after a full disk succeeded on the last block; the file is whole. A
-    // cancellation that came after the last block leaves a whole file too: it is kept (after
-    // the checks below) and only the files after it are skipped.
+    // kRetriedAfterDiskFull: a retry after a full disk succeeded on the last block; the file
+    // is whole. A cancellation that came after the last block leaves a whole file too: it is
+    // kept (after the checks below) and only the files after it are skipped.
     if (!exists) {
         outcome->result = FileResult::Failed;
         outcome->reason = L"NetWorker reported success but no file was written";

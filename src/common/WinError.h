@@ -14,3 +14,9 @@ constexpr uint32_t NotSupported = 50;         // ERROR_NOT_SUPPORTED
 constexpr uint32_t AlreadyExists = 183;       // ERROR_ALREADY_EXISTS
 constexpr uint32_t FilenameExcedRange = 206;  // ERROR_FILENAME_EXCED_RANGE
 }  // namespace WinError
+
+// True for a status that HRESULT_FROM_WIN32 made from a Windows error number; that number is
+// the status's low 16 bits.
+constexpr bool IsHResultFromWin32(int32_t status) {
+    return (static_cast<uint32_t>(status) & 0xFFFF0000u) == 0x80070000u;
+}

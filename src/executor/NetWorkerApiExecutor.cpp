@@ -126,8 +126,8 @@ NetWorkerApiExecutor::NetWorkerApiExecutor(INetWorkerApiWrapper* wrapper, Execut
       m_quitDuringGetObject(false),
       m_memory(seams.memory != nullptr ? *seams.memory : m_stringPool),
       m_system(seams.system != nullptr ? *seams.system : DefaultExecutorSystem()),
-      m_logger(OwnedLogger::AcquireOrThrow(L"NetWorkerApiExecutor")),
-      m_log(m_logger.Get()) {}
+      m_logger(AcquireLoggerOrThrow(L"NetWorkerApiExecutor")),
+      m_log(m_logger.get()) {}
 
 NetWorkerApiExecutor::~NetWorkerApiExecutor() {
     ClearM_smVecObjects(m_log, m_memory, m_smVecObjects);
@@ -183,7 +183,7 @@ int32_t NetWorkerApiExecutor::Initialize(const char* clientName, const char* ser
         if (Cancelled()) {
             RaiseTarnError(m_log, NetWorkerStatus::Cancelled, kMethod, kCancelledMessage);
         }
-        // The session is never terminated explicitly (no BSATerminate), as hosts expect.
+        // No BSATerminate, ever (kept on purpose: docs/compatibility.md, "no BSATerminate").
         return status;
     });
 }
@@ -222,15 +222,16 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::Catalog";
     NWX_TRACE_METHOD(m_log, kMethod);
 
-    // Restart from index 0 in the same storage. The previous entries' strings are not freed:
-    // hosts keep the path pointers of earlier catalogues, so they must stay valid.
+    // Restart from index 0 in the same storage; the previous entries' strings are not freed
+    // (kept on purpose: docs/compatibility.md, "leaked catalogue strings").
     m_smVecObjects.clear();
     uint32_t accepted = 0;
     // Ended on every way out: after the failures reported below, and also when a host's
     // callback throws or the time window is refused; that exception then goes on unchanged.
     ScopeExit endTransaction([this] { m_wrapper->BSAEndTxn(m_handle); });
-    // A failure raised inside was reported through the log and the error callback; the status
-    // is 0 regardless, as hosts expect, and the catalogue so far stays.
+    // A failure raised inside was reported through the log and the error callback, and the
+    // catalogue so far stays; the status is 0 regardless (kept on purpose: docs/compatibility.md,
+    // "catalogue status 0").
     (void)RunAsStatus([&] {
         int32_t rc = m_wrapper->BSABeginTxn(m_handle);
         int32_t status = BSAError2HResult(rc, m_log);

@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "CatalogueEntry.h"
-#include "common/OwnedLogger.h"
+#include "common/UniqueLogger.h"
 #include "interfaces/INetWorkerApiWrapper.h"
 #include "interfaces/INetWorkerExecutor.h"
 
@@ -95,6 +95,6 @@ private:
     CatalogueStringPool m_stringPool;
     CatalogueMemory& m_memory;
     ExecutorSystem& m_system;
-    OwnedLogger m_logger;
+    UniqueLogger m_logger;
     ILog* m_log;
 };

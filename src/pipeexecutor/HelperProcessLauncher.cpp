@@ -23,9 +23,9 @@ long NetWorkerNamedPipeExecutor::StartClientProcess(const wchar_t* pipeName) {
         // A failure that leaves no error number still must not count as started: the host
         // would wait for a helper that never comes.
         if (error == 0) {
-            return static_cast<long>(0x80004005UL);
+            return E_FAIL;
         }
-        return static_cast<long>(error > 0x7FFFFFFFUL ? error : ((error & 0xFFFF) | 0x80070000UL));
+        return HRESULT_FROM_WIN32(error);
     }
     // The host never waits for the helper: both handles are closed at once.
     UniqueHandle processHandle(process.hProcess);

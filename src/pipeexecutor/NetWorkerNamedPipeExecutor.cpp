@@ -15,10 +15,6 @@ constexpr int32_t kStatusInvalidArg = NetWorkerStatus::InvalidArgument;
 // A closed pipe is reported as the positive Windows error number; hosts rely on it.
 constexpr int32_t kStatusPipeClosed = NetWorkerStatus::PipeClosed;
 
-// The connection throws on failures; a method left by an exception writes no "Method End".
-#define NWX_TRACE_PIPE_METHOD(method) \
-    ScopedMethodTracer methodTracer(m_log.Get(), (method), MethodEndOnUnwind::Skip)
-
 // A status as the 32 bits that "%08lx" prints, whatever the width of long.
 unsigned long StatusBits(int32_t status) {
     return static_cast<uint32_t>(status);
@@ -36,7 +32,7 @@ NetWorkerNamedPipeExecutor::NetWorkerNamedPipeExecutor(const wchar_t* pipeName,
     : m_launchClient(launchClient),
       m_pipeName(),
       m_connection(connection),
-      m_log(OwnedLogger::AcquireOrThrow(L"NetWorkerNamedPipeExecutor")) {
+      m_log(AcquireLoggerOrThrow(L"NetWorkerNamedPipeExecutor")) {
     if (pipeName == nullptr || connection == nullptr || launchClient == nullptr) {
         throw std::invalid_argument("pipe name, connection and launcher must be given");
     }
@@ -55,7 +51,7 @@ bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method, uint32_t* b
     std::memset(m_buffer, 0, sizeof m_buffer);
     uint32_t length = kIpcMaxMessageSize;
     if (!m_connection->Receive(m_buffer, &length)) {
-        m_log.Get()->Error(method,
+        m_log.get()->Error(method,
                            L"Failed to receive correctly from the pipe. Other end of pipe "
                            L"disconnected while receiving message from pipe! Error: %08lx.",
                            StatusBits(kStatusPipeClosed));
@@ -69,7 +65,7 @@ bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method, uint32_t* b
 int32_t NetWorkerNamedPipeExecutor::UnexpectedReply(const wchar_t* method, uint32_t expected,
                                                     uint32_t actual) {
     // GetFileSize, BeginExtract and EndExtract share Initialize's wording; hosts grep for it.
-    m_log.Get()->Error(method,
+    m_log.get()->Error(method,
                        L"The client was unable to initialize. Expected messageType '%d'. Actual "
                        L"messageType '%d'. Error: %08lx.",
                        static_cast<int>(expected), static_cast<int>(actual),
@@ -79,13 +75,13 @@ int32_t NetWorkerNamedPipeExecutor::UnexpectedReply(const wchar_t* method, uint3
 
 int32_t NetWorkerNamedPipeExecutor::RefuseArgument(const wchar_t* method,
                                                    const std::logic_error& refused) {
-    m_log.Get()->Error(method, L"%S Error: %08lx.", refused.what(), StatusBits(kStatusInvalidArg));
+    m_log.get()->Error(method, L"%S Error: %08lx.", refused.what(), StatusBits(kStatusInvalidArg));
     return kStatusInvalidArg;
 }
 
 int32_t NetWorkerNamedPipeExecutor::InvalidMessageType(const wchar_t* method) {
     // The misspelt wording is what hosts' log filters look for.
-    m_log.Get()->Error(method, L"Invalid messageType recieved. Error: %08lx.",
+    m_log.get()->Error(method, L"Invalid messageType recieved. Error: %08lx.",
                        StatusBits(kStatusFail));
     return kStatusFail;
 }
@@ -117,7 +113,7 @@ bool NetWorkerNamedPipeExecutor::AnswerErrorCallback(uint32_t type, uint32_t byt
 
 int32_t NetWorkerNamedPipeExecutor::Initialize(const char* clientName, const char* serverName) {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::Initialize";
-    NWX_TRACE_PIPE_METHOD(kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     // Built before anything is opened or started: a name that does not fit is refused
     // rather than cut short.
     IpcBeginInitialize request;
@@ -131,7 +127,7 @@ int32_t NetWorkerNamedPipeExecutor::Initialize(const char* clientName, const cha
     // The launcher's result is a 32-bit status, whatever the width of long.
     const int32_t launched = static_cast<int32_t>(m_launchClient(m_pipeName.c_str()));
     if (launched < 0) {
-        m_log.Get()->Error(kMethod, L"Failed to create '%s' process. Error: %08lx.", kClientProgram,
+        m_log.get()->Error(kMethod, L"Failed to create '%s' process. Error: %08lx.", kClientProgram,
                            StatusBits(launched));
         return launched;
     }
@@ -153,7 +149,7 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
                                             INetWorkerFileFoundCallBack* fileFound,
                                             INetWorkerErrorCallBack* error) {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::Catalog";
-    NWX_TRACE_PIPE_METHOD(kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     // Refused here, with the in-process executor's exception, rather than in the helper,
     // where the exception would end the helper's session.
     if (timeBefore != nullptr && timeAfter != nullptr &&
@@ -193,7 +189,7 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
 
 int32_t NetWorkerNamedPipeExecutor::GetFileSize(uint32_t index, bool correctSize, uint64_t* size) {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::GetFileSize";
-    NWX_TRACE_PIPE_METHOD(kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     SendToHelper(IpcBuildBeginGetFileSize(index, correctSize));
 
     uint32_t bytesRead = 0;
@@ -222,7 +218,7 @@ int32_t NetWorkerNamedPipeExecutor::StatusConversation(const wchar_t* method) {
 
 int32_t NetWorkerNamedPipeExecutor::BeginExtract() {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::BeginExtract";
-    NWX_TRACE_PIPE_METHOD(kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     return StatusConversation<IpcBeginExtract, IpcFinishBeginExtract>(kMethod);
 }
 
@@ -231,7 +227,7 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
                                                 INetWorkerUpdateProgressCallBack* progress,
                                                 INetWorkerErrorCallBack* error) {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::ExtractFile";
-    NWX_TRACE_PIPE_METHOD(kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     IpcBeginExtractFile request;
     try {
         request = IpcBuildBeginExtractFile(index, directory, fileName);
@@ -267,12 +263,12 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
 
 int32_t NetWorkerNamedPipeExecutor::EndExtract() {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::EndExtract";
-    NWX_TRACE_PIPE_METHOD(kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     return StatusConversation<IpcEndExtract, IpcFinishEndExtract>(kMethod);
 }
 
 int32_t NetWorkerNamedPipeExecutor::Quit() {
     // Nothing crosses the pipe: the helper ends when the host frees the connection.
-    NWX_TRACE_PIPE_METHOD(L"NetWorkerNamedPipeExecutor::Quit");
+    NWX_TRACE_METHOD(m_log.get(), L"NetWorkerNamedPipeExecutor::Quit", MethodEndOnUnwind::Skip);
     return 0;
 }

@@ -21,7 +21,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "common/OwnedLogger.h"
+#include "common/UniqueLogger.h"
 #include "interfaces/INamedPipeConnection.h"
 #include "interfaces/INetWorkerExecutor.h"
 #include "pipe/PipeMessages.h"
@@ -78,6 +78,6 @@ private:
     LaunchClientFunction m_launchClient;
     std::wstring m_pipeName;
     INamedPipeConnection* m_connection;  // borrowed: the host frees it after this executor
-    OwnedLogger m_log;
+    UniqueLogger m_log;
     unsigned char m_buffer[kIpcMaxMessageSize];
 };

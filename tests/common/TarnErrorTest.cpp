@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <exception>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 
@@ -237,4 +238,17 @@ TEST(RaiseTarnError, StandardExceptionHandlersDoNotCatchIt) {
         caught = error.code;
     }
     EXPECT_EQ(caught, kFail);
+}
+
+TEST(RunAsStatus, ReturnsTheOperationsStatusOrTheRaisedCode) {
+    EXPECT_EQ(RunAsStatus([] { return 1169; }), 1169);
+    EXPECT_EQ(RunAsStatus([]() -> int32_t {
+                  RaiseTarnError(nullptr, NetWorkerStatus::Cancelled, L"X::Y", L"m");
+              }),
+              NetWorkerStatus::Cancelled);
+}
+
+TEST(RunAsStatus, OtherExceptionsPassThrough) {
+    EXPECT_THROW(RunAsStatus([]() -> int32_t { throw std::runtime_error("pipe"); }),
+                 std::runtime_error);
 }
