@@ -24,9 +24,9 @@ void RaiseTarnError(ILog* log, int32_t code, const wchar_t* method, const wchar_
         FormatWideV(message.get(), length + 1, format, args);
         va_end(args);
 
-        // The finished message is handed on as the logger's format, as hosts' loggers have
-        // always received it; its percent signs are doubled so that the logger writes it as
-        // it stands, whatever data it carries (docs/compatibility.md, "double formatting").
+        // The finished message is handed on as the logger's format, its percent signs
+        // doubled so that it is written as it stands (kept on purpose: docs/compatibility.md,
+        // "double formatting").
         log->Error(method, AsLiteralFormat(message.get()).c_str());
         log->Error(method, hresultLine);
     }

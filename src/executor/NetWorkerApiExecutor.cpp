@@ -284,8 +284,8 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
                 m_smVecObjects.push_back(entry);  // room was reserved above: cannot throw
                 const uint64_t size = AnnouncedSize(entry.pathName, descriptor.size);
                 if (fileFound != nullptr) {
-                    // A false answer also clears a Quit that arrived meanwhile; hosts rely on
-                    // their answer being the one that counts.
+                    // A false answer also clears a Quit that arrived meanwhile (kept on
+                    // purpose: docs/compatibility.md, "the host's answer wins").
                     SetCancelled(FireFileFoundEvent(fileFound, descriptor.createTime, size,
                                                     accepted, descriptor.restoreOrder,
                                                     m_smVecObjects.back().pathName));
@@ -340,8 +340,8 @@ int32_t NetWorkerApiExecutor::GetFileSize(uint32_t index, bool correctSize, uint
     if (correctSize) {
         status = m_wrapper->CorrectFileSize(&descriptor, &corrected, m_serverName, m_clientName);
     }
-    // Without a correction only the low 32 bits of the catalogue's size are trusted; hosts
-    // depend on this value (the announcement itself uses all 64 bits).
+    // Without a correction only the low 32 bits of the catalogue's size count (kept on
+    // purpose: docs/compatibility.md, "low 32 bits").
     *size = corrected != 0 ? corrected : descriptor.size.right;
     return status;
 }
@@ -449,7 +449,8 @@ int32_t NetWorkerApiExecutor::CopyObjectToFile(uint32_t index, ExecutorFile& fil
 
     ProgressThrottle reports(progress, m_progress, m_system);
     if (reports.Active()) {
-        // This first answer also replaces a pending cancellation.
+        // This first answer also replaces a pending cancellation (kept on purpose:
+        // docs/compatibility.md, "the host's answer wins").
         SetCancelled(reports.Start());
     }
     int32_t status = NetWorkerStatus::Success;
@@ -503,7 +504,7 @@ int32_t NetWorkerApiExecutor::WriteBlock(ExecutorFile& file, const uint8_t* data
             RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod, L"WriteFile Failed");
         }
         // The host may free space and answer 1246 to retry; its answer becomes the block's
-        // status, so a successful retry on the last block returns 1246 (hosts check for it).
+        // status (kept on purpose: docs/compatibility.md, "1246 after a retry").
         status = static_cast<int32_t>(ReportError(error, NwErrorDiskFull));
         if (status != static_cast<int32_t>(NetWorkerWinError::Continue)) {
             SetCancelled(true);
@@ -544,7 +545,8 @@ int32_t NetWorkerApiExecutor::DeleteExtractionFile(const wchar_t* directory,
                                                    const wchar_t* fileName) {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::DeleteExtractionFile";
     NWX_TRACE_METHOD(m_log, kMethod);
-    // A failure is logged (as a raised error, caught at once); the caller's result stands.
+    // A failure is logged as a raised error, caught at once; the caller's result stands
+    // (kept on purpose: docs/compatibility.md, "delete failure as a Windows number").
     (void)RunAsStatus([&] {
         std::wstring path;
         if (!BuildDestinationPath(directory, fileName, &path)) {
@@ -591,8 +593,8 @@ int32_t NetWorkerApiExecutor::RecursiveCreateDirectory(const wchar_t* directory)
             if (lastError != WinError::AlreadyExists) {
                 m_log->Error(kMethod, L"Unable to create directory %#08lx.\n",
                              static_cast<unsigned long>(lastError));
-                // A real failure still returns 0: it surfaces one step later as "Unable to
-                // create file", which is the report hosts know.
+                // A real failure still returns 0 (kept on purpose: docs/compatibility.md,
+                // "directory failure one step later").
                 return lastError == 0 ? static_cast<int32_t>(NetWorkerWinError::WriteFault) : 0;
             }
         }

@@ -13,7 +13,8 @@
 
 namespace {
 
-// The service configuration buffer, and the smaller size announced for it on purpose.
+// The service configuration buffer, and the smaller size announced for it (kept on purpose:
+// docs/compatibility.md, "4086 of 4096 bytes").
 constexpr DWORD kServiceConfigCapacity = 4096;
 constexpr DWORD kServiceConfigAnnounced = 4086;
 
@@ -30,7 +31,8 @@ std::string_view BoundedField(const char (&field)[N]) {
 }
 
 // A module field gets a new load. A retried Initialize overwrites handles of an earlier
-// partial load without freeing them; hosts have always seen those libraries stay loaded.
+// partial load without freeing them (kept on purpose: docs/compatibility.md, "libraries of a
+// partial load stay").
 void StoreModule(UniqueModule& field, HMODULE module) {
     LeakOnPurpose(field);
     field.reset(module);
@@ -130,8 +132,8 @@ void RunNsrInfo(ILog* log, NsrInfoCommand& command, NsrInfoRun* run) {
     startup.hStdError = pipes.errorWrite.get();
 
     log->Info(kCorrectFileSizeMethod, L"%ls %ls", command.wideProgram, command.wideArguments);
-    // The argument line alone, without the program name: the child's first word is "-v",
-    // which NetWorker's tool has always accepted.
+    // The argument line alone, without the program name (kept on purpose:
+    // docs/compatibility.md, "nsrinfo.exe without its name").
     PROCESS_INFORMATION child = {};
     if (!CreateProcessA(command.program, command.arguments, nullptr, nullptr, TRUE,
                         CREATE_NO_WINDOW, nullptr, nullptr, &startup, &child)) {
@@ -140,12 +142,13 @@ void RunNsrInfo(ILog* log, NsrInfoCommand& command, NsrInfoRun* run) {
     }
     UniqueHandle childProcess(child.hProcess);
     UniqueHandle childThread(child.hThread);
-    // The child's process and thread handles are never closed; kept as hosts have seen it.
+    // The child's handles are never closed (kept on purpose: docs/compatibility.md, "kept child
+    // handles").
     const HANDLE process = LeakOnPurpose(childProcess);
     LeakOnPurpose(childThread);
 
-    // Wait first, read after: a silent child or one that overfills the pipe never lets this
-    // return. Hosts have always had this unbounded wait.
+    // Wait first, read after, without a limit (kept on purpose: docs/compatibility.md,
+    // "unbounded wait for nsrinfo.exe").
     WaitForSingleObject(process, INFINITE);
 
     if (!GetExitCodeProcess(process, &run->exitCode)) {
@@ -177,8 +180,9 @@ int32_t NetWorkerApiWrapper::Initialize() {
 
     return RunAsStatus([&] {
         const int32_t status = GetInstallDirectory(m_installDir);
-        // Only a negative status stops here. The lookup's own codes (110, 1627) are positive,
-        // so loading carries on with the directory as it stood: hosts depend on that.
+        // Only a negative status stops here: after the lookup's own positive 110 or 1627
+        // loading carries on with the directory as it stood (kept on purpose:
+        // docs/compatibility.md, "positive failure codes").
         if (status < 0) {
             RaiseTarnError(Log(), status, kMethod, L"GetInstallDirectory Failed");
         }
@@ -200,7 +204,7 @@ int32_t NetWorkerApiWrapper::GetInstallDirectory(std::wstring& dir) {
             RaiseTarnError(Log(), NetWorkerStatus::OpenFailed, kMethod,
                            L"Could not open SCManager");
         }
-        // The service manager handle is never closed; kept as hosts have always seen it.
+        // Never closed (kept on purpose: docs/compatibility.md, "kept service manager handle").
         const SC_HANDLE managerHandle = LeakOnPurpose(manager);
 
         UniqueServiceHandle service(OpenServiceW(managerHandle, L"nsrexecd", SERVICE_QUERY_CONFIG));
@@ -213,7 +217,7 @@ int32_t NetWorkerApiWrapper::GetInstallDirectory(std::wstring& dir) {
         auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer);
         DWORD needed = 0;
         if (!QueryServiceConfigW(service.get(), config, kServiceConfigAnnounced, &needed)) {
-            // This path has always left the service handle open; hosts see no change.
+            // Left open (kept on purpose: docs/compatibility.md, "kept service handle").
             LeakOnPurpose(service);
             RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
                            L"QueryServiceConfig failed");
@@ -307,7 +311,7 @@ void NetWorkerApiWrapper::InitializeNetWorkerApi() {
 
 void NetWorkerApiWrapper::FreeNetWorkerLibraries() {
     NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::FreeNetWorkerLibraries");
-    // Load order, not reversed: hosts have always seen liblocal.dll go first.
+    // Load order, not reversed (kept on purpose: docs/compatibility.md, "load order on unload").
     m_liblocal.reset();
     m_librpc.reset();
     m_librap.reset();
@@ -334,7 +338,8 @@ int32_t NetWorkerApiWrapper::BSABeginTxn(BSA_Handle handle) {
 
 int32_t NetWorkerApiWrapper::BSAEndTxn(BSA_Handle handle) {
     NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSAEndTxn");
-    // The handle alone, no vote: hosts and NetWorker have always used this one-argument form.
+    // The handle alone, no vote (kept on purpose: docs/compatibility.md, "BSAEndTxn with the
+    // handle alone").
     return m_BSAEndTxn(handle);
 }
 

@@ -47,7 +47,8 @@ void NamedPipeConnection::OpenNewPipe(const wchar_t* name) {
     static constexpr wchar_t kMethod[] = L"NamedPipeConnection::OpenNewPipe";
     NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     m_pipeName = std::wstring(kPipePrefix) + name;
-    // A second OpenNewPipe deliberately leaves an earlier server end open: hosts open once.
+    // An earlier server end stays open (kept on purpose: docs/compatibility.md, "second server
+    // end").
     LeakOnPurpose(m_pipe);
     m_pipe.reset(::CreateNamedPipeW(m_pipeName.c_str(), PIPE_ACCESS_DUPLEX,
                                     PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT,
@@ -105,7 +106,8 @@ void NamedPipeConnection::OpenExisting(const wchar_t* name, uint32_t timeout) {
         if (::GetLastError() != ERROR_PIPE_BUSY) {
             FailWithError(kMethod, "Could not open pipe. GetLastError()=", ::GetLastError());
         }
-        // The bare name, without "\\.\pipe\", is what hosts have always had waited on here.
+        // The bare name, without "\\.\pipe\" (kept on purpose: docs/compatibility.md, "bare name
+        // for WaitNamedPipeW").
         if (::WaitNamedPipeW(name, timeout) == FALSE) {
             Fail(kMethod, "Could not open pipe: timed out.");
         }

@@ -12,7 +12,8 @@ namespace {
 
 constexpr int32_t kStatusFail = NetWorkerStatus::Fail;
 constexpr int32_t kStatusInvalidArg = NetWorkerStatus::InvalidArgument;
-// A closed pipe is reported as the positive Windows error number; hosts rely on it.
+// A closed pipe is reported as the positive Windows error number (kept on purpose:
+// docs/compatibility.md, "positive 109").
 constexpr int32_t kStatusPipeClosed = NetWorkerStatus::PipeClosed;
 
 // A status as the 32 bits that "%08lx" prints, whatever the width of long.
@@ -64,7 +65,8 @@ bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method, uint32_t* b
 
 int32_t NetWorkerNamedPipeExecutor::UnexpectedReply(const wchar_t* method, uint32_t expected,
                                                     uint32_t actual) {
-    // GetFileSize, BeginExtract and EndExtract share Initialize's wording; hosts grep for it.
+    // GetFileSize, BeginExtract and EndExtract share Initialize's wording (kept on purpose:
+    // docs/compatibility.md, "Initialize's wording").
     m_log.get()->Error(method,
                        L"The client was unable to initialize. Expected messageType '%d'. Actual "
                        L"messageType '%d'. Error: %08lx.",
@@ -80,7 +82,7 @@ int32_t NetWorkerNamedPipeExecutor::RefuseArgument(const wchar_t* method,
 }
 
 int32_t NetWorkerNamedPipeExecutor::InvalidMessageType(const wchar_t* method) {
-    // The misspelt wording is what hosts' log filters look for.
+    // Misspelt (kept on purpose: docs/compatibility.md, "recieved").
     m_log.get()->Error(method, L"Invalid messageType recieved. Error: %08lx.",
                        StatusBits(kStatusFail));
     return kStatusFail;
@@ -255,7 +257,8 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
             continue;
         } else {
             // Unlike Catalog, an unknown message does not end the extraction: it is logged
-            // and the next message is awaited. Hosts depend on this leniency.
+            // and the next message is awaited (kept on purpose: docs/compatibility.md,
+            // "lenient extraction").
             InvalidMessageType(kMethod);
         }
     }

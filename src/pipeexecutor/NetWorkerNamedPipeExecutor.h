@@ -4,12 +4,11 @@
 // conversation over an INamedPipeConnection. Callback messages from the helper are relayed to
 // the host's callback objects on the calling thread and their answers sent back.
 //
-// Differences a host can see against the in-process executor, all kept on purpose:
-// - a closed pipe while waiting for a reply returns 109 (ERROR_BROKEN_PIPE), positive, so a
-//   host that only tests for negative values sees success;
-// - GetFileSize reports a failed lookup as size 0 with status 0 (the reply has no status) and
-//   leaves *size alone when it fails itself;
-// - Quit sends nothing and cancels nothing; cancelling goes through the callbacks' answers.
+// Differences a host can see against the in-process executor, all kept on purpose
+// (docs/compatibility.md): a closed pipe gives the positive 109 ("positive 109"); a failed
+// size lookup gives size 0 and status 0, and *size is left alone when GetFileSize fails
+// itself ("failed size lookup through the pipe"); Quit sends nothing ("Quit through the
+// pipe").
 // Catalog refuses a window whose timeAfter is later than its timeBefore with the same
 // std::invalid_argument as the in-process executor, before anything is sent, so the helper's
 // session survives it.
