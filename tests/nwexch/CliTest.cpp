@@ -7,10 +7,12 @@
 
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "SimulatorFixture.h"
 #include "common/UniqueHandle.h"
 
 namespace {
@@ -36,8 +38,10 @@ std::wstring BinDir() {
 std::wstring Work() {
     return Env(L"NWEXCH_TEST_WORK");
 }
-std::wstring Store() {
-    return Work() + L"\\store";
+// The simulated NetWorker of the whole suite (SetUpTestSuite).
+std::unique_ptr<SimulatorFixture>& Simulator() {
+    static std::unique_ptr<SimulatorFixture> simulator;
+    return simulator;
 }
 
 std::wstring Quote(const std::wstring& arg) {
@@ -129,14 +133,12 @@ Result Nwexch(const std::vector<std::wstring>& args, const wchar_t* mode = L"in-
 }
 
 Result Admin(std::vector<std::wstring> args) {
-    args.insert(args.end(), {L"--root", Store()});
+    args.insert(args.end(), {L"--root", Simulator()->StoreRoot()});
     return RunProgram(L"nwsim-admin.exe", args);
 }
 
 bool Verify(const std::wstring& objectPath, const std::wstring& file) {
-    return Admin({L"verify", L"--server", kServer, L"--client", kClient, L"--object", objectPath,
-                  L"--file", file})
-               .exitCode == 0;
+    return Simulator()->Verify(objectPath, file);
 }
 
 // Every file below a directory, recursively.
@@ -293,10 +295,12 @@ class NwexchCli : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         ASSERT_FALSE(Work().empty()) << "run through run-cli-tests.sh";
-        Install();
-        const Result seed = Admin({L"seed-exchange", L"--server", kServer, L"--client", kClient,
-                                   L"--db-size", std::to_wstring(kDatabaseSize)});
-        ASSERT_EQ(seed.exitCode, 0u) << seed.err;
+        SimulatorOptions options;
+        options.server = kServer;
+        options.client = kClient;
+        options.databaseSize = kDatabaseSize;
+        Simulator() = std::make_unique<SimulatorFixture>(options);
+        ASSERT_TRUE(Simulator()->Ready()) << Simulator()->Failure();
         // One log of an earlier day, so that date filters have something to tell apart.
         const Result add =
             Admin({L"add", L"--server", kServer, L"--client", kClient, L"--path",
@@ -305,10 +309,7 @@ protected:
         ASSERT_EQ(add.exitCode, 0u) << add.err;
     }
 
-    static void Install() {
-        const Result install = Admin({L"install", L"--dir", Work() + L"\\networker"});
-        ASSERT_EQ(install.exitCode, 0u) << install.err;
-    }
+    static void TearDownTestSuite() { Simulator().reset(); }
 
     static std::wstring Destination(const wchar_t* name) { return Work() + L"\\" + name; }
 };
@@ -525,7 +526,7 @@ TEST_F(NwexchCli, MissingNsrexecdServiceSaysTheClientIsNotInstalled) {
         EXPECT_TRUE(Contains(result.err, "NetWorker's client is not installed")) << result.err;
         EXPECT_TRUE(Contains(result.err, "\"nsrexecd\"")) << result.err;
     }
-    Install();
+    EXPECT_TRUE(Simulator()->Reinstall());
 }
 
 }  // namespace

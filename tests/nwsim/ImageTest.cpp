@@ -10,7 +10,7 @@
 
 #include "Journal.h"
 #include "StoreOps.h"
-#include "TempDir.h"
+#include "TestFiles.h"
 #include "WinTestSupport.h"
 #include "common/UniqueHandle.h"
 #include "interfaces/xbsa.h"
@@ -132,7 +132,7 @@ protected:
         return *nwsim::SelectObject(catalogue, path, 0);
     }
 
-    TempDir dir;
+    TempDirectory dir{"nwsim"};
     fs::path root = dir.Path() / L"store";
     fs::path journal = dir.Path() / L"journal.txt";
     ScopedEnvironment rootVariable{L"NWSIM_ROOT", root.wstring()};

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "TestFiles.h"
 #include "pipeexecutor/NetWorkerNamedPipeExecutor.h"
 
 namespace {
@@ -11,9 +12,8 @@ TEST(StartClientProcess, MissingProgramGivesTheHresultOfFileNotFound) {
     // The test runs in the build's bin directory via a different current directory.
     wchar_t previous[MAX_PATH];
     ASSERT_GT(GetCurrentDirectoryW(MAX_PATH, previous), 0u);
-    wchar_t temp[MAX_PATH];
-    ASSERT_GT(GetTempPathW(MAX_PATH, temp), 0u);
-    ASSERT_TRUE(SetCurrentDirectoryW(temp));
+    const TempDirectory temp("launcher");
+    ASSERT_TRUE(SetCurrentDirectoryW(temp.Path().c_str()));
     const long status = NetWorkerNamedPipeExecutor::StartClientProcess(L"nwx-missing");
     SetCurrentDirectoryW(previous);
     EXPECT_EQ(static_cast<unsigned long>(status), 0x80070002ul);

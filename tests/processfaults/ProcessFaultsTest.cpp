@@ -14,8 +14,10 @@
 #include <vector>
 
 #include "../conformance/HostSessions.h"
-#include "../conformance/NwsimSetup.h"
+#include "../conformance/TestPrograms.h"
 #include "../exports/ExportsTestSupport.h"
+#include "SimulatorEnvironment.h"
+#include "TestFiles.h"
 #include "common/UniqueHandle.h"
 
 namespace {
@@ -23,17 +25,7 @@ namespace {
 constexpr int32_t kPipeClosed = 109;
 constexpr DWORD kHelperAccess = SYNCHRONIZE | PROCESS_TERMINATE | PROCESS_QUERY_INFORMATION;
 
-NwsimInstallation g_nwsim;
-
-class NwsimEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override {
-        std::wstring reason;
-        ASSERT_TRUE(InstallSeededNwsim(L"processfaults", 0, &g_nwsim, &reason))
-            << std::string(reason.begin(), reason.end());
-    }
-};
-const auto* const g_environment = ::testing::AddGlobalTestEnvironment(new NwsimEnvironment);
+const auto* const g_simulator = ::testing::AddGlobalTestEnvironment(new SimulatorEnvironment);
 
 class NoErrors : public INetWorkerErrorCallBack {
 public:
@@ -154,7 +146,8 @@ TEST(ProcessFaults, HelperKilledDuringExtractionGives109) {
     NoErrors errors;
     ASSERT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
     ASSERT_EQ(session.Executor()->BeginExtract(), 0);
-    const std::wstring directory = MakeScratchDirectory(L"killext");
+    const TempDirectory temp("killext");
+    const std::wstring directory = temp.Path().wstring();
     CallbackAt first(1, [&] {
         session.SuspendHelper();
         session.KillHelperLater(500);
@@ -186,19 +179,6 @@ void ListFiles(const std::wstring& directory, std::vector<std::wstring>* files) 
     FindClose(search);
 }
 
-std::string ReadFileBytes(const std::wstring& path) {
-    UniqueFileHandle file(CreateFileW(path.c_str(), GENERIC_READ,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    std::string bytes;
-    char buffer[4096];
-    DWORD got = 0;
-    while (file && ReadFile(file.get(), buffer, sizeof buffer, &got, nullptr) && got > 0) {
-        bytes.append(buffer, got);
-    }
-    return bytes;
-}
-
 // The first file below `directory` that holds some bytes, waiting up to `milliseconds`.
 bool WaitForDataBelow(const std::wstring& directory, DWORD milliseconds) {
     for (DWORD waited = 0; waited < milliseconds; waited += 100) {
@@ -219,13 +199,10 @@ bool WaitForDataBelow(const std::wstring& directory, DWORD milliseconds) {
 TEST(ProcessFaults, HostKilledDuringExtractionLeavesNoPartialFileAndEndsTheData) {
     // nwexch is the host; at 16 KiB per second its 2 MB database takes two minutes.
     ScopedEnvironment slow(L"NWSIM_FAULTS", L"throttle=16384");
-    const std::wstring journal = MakeScratchDirectory(L"killhost") + L"\\journal.txt";
-    ScopedEnvironment journalled(L"NWSIM_JOURNAL", journal);
-    const std::wstring directory = MakeScratchDirectory(L"killhost");
-    DeleteFileW(journal.c_str());
-    std::vector<std::wstring> leftovers;
-    ListFiles(directory, &leftovers);
-    ASSERT_TRUE(leftovers.empty());
+    const TempDirectory temp("killhost");
+    const std::wstring directory = temp.Child(L"restore");
+    const std::wstring journal = SimulatorEnvironment::Get().JournalPath();
+    SimulatorEnvironment::Get().ClearJournal();
 
     const std::vector<DWORD> before = FindProcessesNamed(L"NetWorker64BitClient.exe");
     std::wstring commandLine = L"\"" + TestProgramDirectory() +
@@ -260,7 +237,7 @@ TEST(ProcessFaults, HostKilledDuringExtractionLeavesNoPartialFileAndEndsTheData)
     EXPECT_TRUE(left.empty()) << std::string(left.front().begin(), left.front().end());
 
     std::vector<std::string> calls;
-    std::string text = ReadFileBytes(journal);
+    const std::string text = ReadWholeFile(journal);
     for (size_t start = 0; start < text.size();) {
         const size_t end = text.find('\n', start);
         const std::string line = text.substr(start, end - start);
