@@ -20,6 +20,7 @@
 #include "../exports/ExportsTestSupport.h"
 #include "HostSessions.h"
 #include "TestPrograms.h"
+#include "ScopedEnvironment.h"
 #include "SimulatorEnvironment.h"
 #include "TestFiles.h"
 

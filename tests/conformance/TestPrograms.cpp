@@ -40,12 +40,3 @@ int RunTestProgram(const std::wstring& program, const std::wstring& arguments, b
     GetExitCodeProcess(process.get(), &exitCode);
     return static_cast<int>(exitCode);
 }
-
-ScopedEnvironment::ScopedEnvironment(const wchar_t* name, const std::wstring& value)
-    : m_name(name) {
-    SetEnvironmentVariableW(name, value.c_str());
-}
-
-ScopedEnvironment::~ScopedEnvironment() {
-    SetEnvironmentVariableW(m_name, nullptr);
-}

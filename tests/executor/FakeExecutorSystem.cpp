@@ -30,6 +30,18 @@ bool IsRoot(const std::wstring& path) {
     return false;
 }
 
+// True when the call on `path` fails: with the scripted error when there is one (0 included),
+// else with `found`, the error the file system itself gives (0: none). Sets the last error.
+bool Refused(const std::map<std::wstring, uint32_t>& scripted, const std::wstring& path,
+             uint32_t found) {
+    const auto failure = scripted.find(path);
+    if (failure == scripted.end() && found == 0) {
+        return false;
+    }
+    WriteLastError(failure != scripted.end() ? failure->second : found);
+    return true;
+}
+
 }  // namespace
 
 class FakeSystem::File final : public ExecutorFile {
@@ -97,19 +109,15 @@ void FakeSystem::AddFile(const std::wstring& path, const std::string& content) {
 std::unique_ptr<ExecutorFile> FakeSystem::CreateDestinationFile(const wchar_t* path) {
     const std::wstring name = path;
     filesCreated.push_back(name);
-    const auto failure = failCreate.find(name);
     uint32_t error = 0;
-    if (failure != failCreate.end()) {
-        error = failure->second;
-    } else if (directories.count(WithoutTrailingBackslash(name)) != 0) {
+    if (directories.count(WithoutTrailingBackslash(name)) != 0) {
         error = WinError::AccessDenied;
     } else if (!ParentExists(name)) {
         error = WinError::PathNotFound;
     } else if (openFiles.count(name) != 0) {
         error = WinError::SharingViolation;
     }
-    if (failure != failCreate.end() || error != 0) {
-        WriteLastError(error);
+    if (Refused(failCreate, name, error)) {
         return nullptr;
     }
     files[name].clear();  // CREATE_ALWAYS: an existing file is overwritten
@@ -119,19 +127,15 @@ std::unique_ptr<ExecutorFile> FakeSystem::CreateDestinationFile(const wchar_t* p
 bool FakeSystem::DeleteDestinationFile(const wchar_t* path) {
     const std::wstring name = path;
     filesDeleted.push_back(name);
-    const auto failure = failDelete.find(name);
     uint32_t error = 0;
-    if (failure != failDelete.end()) {
-        error = failure->second;
-    } else if (directories.count(WithoutTrailingBackslash(name)) != 0) {
+    if (directories.count(WithoutTrailingBackslash(name)) != 0) {
         error = WinError::AccessDenied;
     } else if (files.count(name) == 0) {
         error = WinError::FileNotFound;
     } else if (openFiles.count(name) != 0) {
         error = WinError::SharingViolation;
     }
-    if (failure != failDelete.end() || error != 0) {
-        WriteLastError(error);
+    if (Refused(failDelete, name, error)) {
         return false;
     }
     files.erase(name);
@@ -141,17 +145,13 @@ bool FakeSystem::DeleteDestinationFile(const wchar_t* path) {
 bool FakeSystem::MakeDirectory(const wchar_t* path) {
     const std::wstring name = WithoutTrailingBackslash(path);
     directoriesAsked.push_back(name);
-    const auto failure = failDirectory.find(name);
     uint32_t error = 0;
-    if (failure != failDirectory.end()) {
-        error = failure->second;
-    } else if (DirectoryExists(name) || files.count(name) != 0) {
+    if (DirectoryExists(name) || files.count(name) != 0) {
         error = WinError::AlreadyExists;
     } else if (!ParentExists(name)) {
         error = WinError::PathNotFound;
     }
-    if (failure != failDirectory.end() || error != 0) {
-        WriteLastError(error);
+    if (Refused(failDirectory, name, error)) {
         return false;
     }
     directories.insert(name);

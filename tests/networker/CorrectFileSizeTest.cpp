@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "RecordingLog.h"
+#include "ScopedEnvironment.h"
 #include "TestFiles.h"
 #include "WinTestPaths.h"
 #include "interfaces/NetWorkerStatus.h"
@@ -39,8 +40,8 @@ protected:
         m_service = std::make_unique<ScopedNsrexecdService>(L"\"" + m_dir + L"\\nsrexecd.exe\"");
         m_wrapper = std::make_unique<NetWorkerApiWrapper>();
         ASSERT_EQ(0, m_wrapper->Initialize());
-        m_record = std::make_unique<ScopedEnvironmentVariable>(L"FAKE_NSRINFO_RECORD",
-                                                               m_temp.Child(L"command.txt"));
+        m_record = std::make_unique<ScopedEnvironment>(L"FAKE_NSRINFO_RECORD",
+                                                       m_temp.Child(L"command.txt"));
         Log()->Clear();
     }
 
@@ -59,12 +60,12 @@ protected:
         ASSERT_TRUE(WriteWholeFile(m_temp.Child(L"stdout.txt"), standardOutput));
         ASSERT_TRUE(WriteWholeFile(m_temp.Child(L"stderr.txt"), standardError));
         m_variables.clear();
-        m_variables.push_back(std::make_unique<ScopedEnvironmentVariable>(
-            L"FAKE_NSRINFO_STDOUT", m_temp.Child(L"stdout.txt")));
-        m_variables.push_back(std::make_unique<ScopedEnvironmentVariable>(
-            L"FAKE_NSRINFO_STDERR", m_temp.Child(L"stderr.txt")));
-        m_variables.push_back(std::make_unique<ScopedEnvironmentVariable>(
-            L"FAKE_NSRINFO_EXIT", std::to_wstring(exitCode)));
+        m_variables.push_back(std::make_unique<ScopedEnvironment>(L"FAKE_NSRINFO_STDOUT",
+                                                                  m_temp.Child(L"stdout.txt")));
+        m_variables.push_back(std::make_unique<ScopedEnvironment>(L"FAKE_NSRINFO_STDERR",
+                                                                  m_temp.Child(L"stderr.txt")));
+        m_variables.push_back(
+            std::make_unique<ScopedEnvironment>(L"FAKE_NSRINFO_EXIT", std::to_wstring(exitCode)));
     }
 
     int32_t Run(uint64_t* size) {
@@ -78,8 +79,8 @@ protected:
     std::wstring m_dir;
     std::unique_ptr<ScopedNsrexecdService> m_service;
     std::unique_ptr<NetWorkerApiWrapper> m_wrapper;
-    std::unique_ptr<ScopedEnvironmentVariable> m_record;
-    std::vector<std::unique_ptr<ScopedEnvironmentVariable>> m_variables;
+    std::unique_ptr<ScopedEnvironment> m_record;
+    std::vector<std::unique_ptr<ScopedEnvironment>> m_variables;
 };
 
 }  // namespace
@@ -191,7 +192,7 @@ TEST(CorrectFileSizeWithoutInstallationTest, BareToolNameIsFoundInTheCurrentDire
     ASSERT_TRUE(CopyFileW((FakeInstallation(L"full") + L"\\nsrinfo.exe").c_str(),
                           temp.Child(L"nsrinfo.exe").c_str(), FALSE));
     ASSERT_TRUE(WriteWholeFile(temp.Child(L"stdout.txt"), "size=31,\n"));
-    ScopedEnvironmentVariable output(L"FAKE_NSRINFO_STDOUT", temp.Child(L"stdout.txt"));
+    ScopedEnvironment output(L"FAKE_NSRINFO_STDOUT", temp.Child(L"stdout.txt"));
     wchar_t previous[MAX_PATH] = {};
     GetCurrentDirectoryW(MAX_PATH, previous);
     ASSERT_TRUE(SetCurrentDirectoryW(temp.Path().c_str()));

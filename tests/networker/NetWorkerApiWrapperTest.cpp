@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "RecordingLog.h"
+#include "ScopedEnvironment.h"
 #include "TestFiles.h"
 #include "WinTestPaths.h"
 #include "fakes/FakeNetWorker.h"
@@ -198,7 +199,7 @@ TEST_F(NetWorkerApiWrapperTest, SecondInitializeReturnsZeroAndLoadsNothing) {
 TEST_F(NetWorkerApiWrapperTest, LibrariesAreFreedInLoadOrder) {
     TempDirectory temp("networker");
     const std::wstring unloadLog = temp.Child(L"unloads.txt");
-    ScopedEnvironmentVariable variable(L"FAKE_NETWORKER_UNLOAD_LOG", unloadLog);
+    ScopedEnvironment variable(L"FAKE_NETWORKER_UNLOAD_LOG", unloadLog);
     ScopedNsrexecdService service(QuotedProgram(FakeInstallation(L"full")));
     {
         NetWorkerApiWrapper wrapper;

@@ -107,16 +107,3 @@ void ScopedNsrexecdService::ChangeBinaryPath(const std::wstring& binaryPath) {
                                      SERVICE_NO_CHANGE, binaryPath.c_str(), nullptr, nullptr,
                                      nullptr, nullptr, nullptr, nullptr));
 }
-
-ScopedEnvironmentVariable::ScopedEnvironmentVariable(const wchar_t* name, const std::wstring& value)
-    : m_name(name) {
-    std::vector<wchar_t> old(32768);
-    const DWORD length = GetEnvironmentVariableW(name, old.data(), static_cast<DWORD>(old.size()));
-    m_hadValue = length > 0 || GetLastError() != ERROR_ENVVAR_NOT_FOUND;
-    m_oldValue.assign(old.data(), length);
-    SetEnvironmentVariableW(name, value.c_str());
-}
-
-ScopedEnvironmentVariable::~ScopedEnvironmentVariable() {
-    SetEnvironmentVariableW(m_name.c_str(), m_hadValue ? m_oldValue.c_str() : nullptr);
-}

@@ -40,17 +40,3 @@ unsigned long NsrexecdConfigBytesNeeded();
 
 // Deletes "nsrexecd" if it is registered; true when it is gone afterwards.
 bool RemoveNsrexecdService();
-
-// Sets an environment variable for the life of the object; restores the old state afterwards.
-class ScopedEnvironmentVariable {
-public:
-    ScopedEnvironmentVariable(const wchar_t* name, const std::wstring& value);
-    ~ScopedEnvironmentVariable();
-    ScopedEnvironmentVariable(const ScopedEnvironmentVariable&) = delete;
-    ScopedEnvironmentVariable& operator=(const ScopedEnvironmentVariable&) = delete;
-
-private:
-    std::wstring m_name;
-    bool m_hadValue = false;
-    std::wstring m_oldValue;
-};

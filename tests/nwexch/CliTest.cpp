@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "SimulatorFixture.h"
+#include "TestFiles.h"
 #include "common/UniqueHandle.h"
 
 namespace {
@@ -139,27 +140,6 @@ Result Admin(std::vector<std::wstring> args) {
 
 bool Verify(const std::wstring& objectPath, const std::wstring& file) {
     return Simulator()->Verify(objectPath, file);
-}
-
-// Every file below a directory, recursively.
-void ListFiles(const std::wstring& dir, std::vector<std::wstring>* files) {
-    WIN32_FIND_DATAW data;
-    HANDLE find = FindFirstFileW((dir + L"\\*").c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE) {
-        return;
-    }
-    do {
-        const std::wstring name = data.cFileName;
-        if (name == L"." || name == L"..") {
-            continue;
-        }
-        if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-            ListFiles(dir + L"\\" + name, files);
-        } else {
-            files->push_back(dir + L"\\" + name);
-        }
-    } while (FindNextFileW(find, &data));
-    FindClose(find);
 }
 
 // Minimal reader for the flat JSON objects nwexch writes: string and integer values.
@@ -373,8 +353,7 @@ TEST_F(NwexchCli, RestoreByIndexWritesTheExactBytes) {
     ASSERT_EQ(result.exitCode, 0u) << result.out << result.err;
     const std::wstring file = to + L"\\Second Storage Group\\Mailbox Store 2 (EX01).edb";
     EXPECT_TRUE(Verify(kDatabase, file));
-    std::vector<std::wstring> files;
-    ListFiles(to, &files);
+    const std::vector<std::wstring> files = FilesBelow(to);
     EXPECT_EQ(files.size(), 1u);
     EXPECT_TRUE(Contains(result.out, "Restored 1 of 1 files, " + std::to_string(kDatabaseSize)));
 
@@ -425,8 +404,7 @@ TEST_F(NwexchCli, RestoreByGlobInHelperModeAndFlat) {
         Nwexch({L"restore", L"--match", L"/second storage group/*.LOG", L"--to", to, L"--flat"},
                L"helper");
     ASSERT_EQ(result.exitCode, 0u) << result.out << result.err;
-    std::vector<std::wstring> files;
-    ListFiles(to, &files);
+    const std::vector<std::wstring> files = FilesBelow(to);
     ASSERT_EQ(files.size(), 3u);
     for (const wchar_t* name : {L"E01000A1.log", L"E01000A2.log", L"E01tmp.log"}) {
         EXPECT_TRUE(Verify(std::wstring(L"/Second Storage Group/") + name, to + L"\\" + name))
@@ -457,8 +435,7 @@ TEST_F(NwexchCli, CancellationLeavesNoPartialFileInEitherMode) {
         EXPECT_EQ(result.exitCode, 4u) << Narrow(mode) << result.out << result.err;
         EXPECT_TRUE(Contains(result.out, "CANCELLED  " + Narrow(kDatabase)));
         EXPECT_TRUE(Contains(result.out, "Restored 0 of 6 files"));
-        std::vector<std::wstring> files;
-        ListFiles(to, &files);
+        const std::vector<std::wstring> files = FilesBelow(to);
         EXPECT_TRUE(files.empty()) << Narrow(files.empty() ? L"" : files[0]);
     }
 }
@@ -473,8 +450,7 @@ TEST_F(NwexchCli, FullDiskAnsweredWithCancelLeavesNothing) {
     EXPECT_EQ(result.exitCode, 4u) << result.out << result.err;
     EXPECT_TRUE(Contains(result.err, "the disk is full"));
     EXPECT_TRUE(Contains(result.out, "CANCELLED  " + Narrow(kDatabase) + ": the disk is full"));
-    std::vector<std::wstring> files;
-    ListFiles(tiny, &files);
+    const std::vector<std::wstring> files = FilesBelow(tiny);
     EXPECT_TRUE(files.empty()) << Narrow(files.empty() ? L"" : files[0]);
 }
 

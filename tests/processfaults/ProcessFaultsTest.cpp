@@ -16,6 +16,7 @@
 #include "../conformance/HostSessions.h"
 #include "../conformance/TestPrograms.h"
 #include "../exports/ExportsTestSupport.h"
+#include "ScopedEnvironment.h"
 #include "SimulatorEnvironment.h"
 #include "TestFiles.h"
 #include "common/UniqueHandle.h"
@@ -157,34 +158,10 @@ TEST(ProcessFaults, HelperKilledDuringExtractionGives109) {
     EXPECT_TRUE(HasExited(session.Helper(), 10000));
 }
 
-// Every file below a directory, recursively.
-void ListFiles(const std::wstring& directory, std::vector<std::wstring>* files) {
-    WIN32_FIND_DATAW found;
-    HANDLE search = FindFirstFileW((directory + L"\\*").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) {
-        return;
-    }
-    do {
-        const std::wstring name = found.cFileName;
-        if (name == L"." || name == L"..") {
-            continue;
-        }
-        const std::wstring path = directory + L"\\" + name;
-        if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-            ListFiles(path, files);
-        } else {
-            files->push_back(path);
-        }
-    } while (FindNextFileW(search, &found));
-    FindClose(search);
-}
-
 // The first file below `directory` that holds some bytes, waiting up to `milliseconds`.
 bool WaitForDataBelow(const std::wstring& directory, DWORD milliseconds) {
     for (DWORD waited = 0; waited < milliseconds; waited += 100) {
-        std::vector<std::wstring> files;
-        ListFiles(directory, &files);
-        for (const std::wstring& file : files) {
+        for (const std::wstring& file : FilesBelow(directory)) {
             WIN32_FILE_ATTRIBUTE_DATA data{};
             if (GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data) &&
                 (data.nFileSizeLow != 0 || data.nFileSizeHigh != 0)) {
@@ -232,8 +209,7 @@ TEST(ProcessFaults, HostKilledDuringExtractionLeavesNoPartialFileAndEndsTheData)
     // Its next progress report finds the pipe closed: the helper ends on its own, having
     // deleted the partial file and ended the transfer.
     EXPECT_TRUE(HasExited(helper.get(), 20000));
-    std::vector<std::wstring> left;
-    ListFiles(directory, &left);
+    const std::vector<std::wstring> left = FilesBelow(directory);
     EXPECT_TRUE(left.empty()) << std::string(left.front().begin(), left.front().end());
 
     std::vector<std::string> calls;

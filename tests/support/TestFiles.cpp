@@ -50,6 +50,18 @@ bool FileExists(const std::filesystem::path& path) {
     return std::filesystem::is_regular_file(path, ignored);
 }
 
+std::vector<std::wstring> FilesBelow(const std::filesystem::path& directory) {
+    std::vector<std::wstring> files;
+    std::error_code error;
+    for (std::filesystem::recursive_directory_iterator it(directory, error), end;
+         !error && it != end; it.increment(error)) {
+        if (it->is_regular_file(error)) {
+            files.push_back(it->path().wstring());
+        }
+    }
+    return files;
+}
+
 bool DirectoryExists(const std::filesystem::path& path) {
     std::error_code ignored;
     return std::filesystem::is_directory(path, ignored);

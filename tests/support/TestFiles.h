@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 // A fresh, empty directory under the system's temporary directory, removed with everything in
 // it on destruction. Its name carries the purpose, the clock and a counter, and an existing
@@ -29,4 +30,6 @@ std::string ReadWholeFile(const std::filesystem::path& path);
 // Creates or overwrites the file; false when it cannot be written.
 bool WriteWholeFile(const std::filesystem::path& path, const std::string& content);
 bool FileExists(const std::filesystem::path& path);
+// Every file below `directory`, at any depth; none for a missing directory.
+std::vector<std::wstring> FilesBelow(const std::filesystem::path& directory);
 bool DirectoryExists(const std::filesystem::path& path);
