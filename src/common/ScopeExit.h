@@ -6,34 +6,26 @@
 //     ...
 //     endTransaction.RunNow();  // at its place on the normal path; not run again
 //
-// The clean-up must not replace an exception in flight: if it throws while the scope is being
-// left by an exception, its own exception is dropped and the first one goes on to the caller.
-// On the normal path (RunNow or an ordinary end of scope outside any unwinding) a throwing
-// clean-up is reported like any other failure at that place.
+// Run by the destructor, a clean-up that throws is dropped: it must not replace the exception
+// that is leaving the scope. Where its failure must be seen, call RunNow(), which lets it
+// through.
 
-#include <exception>
 #include <utility>
 
 template <typename CleanUp>
 class ScopeExit {
 public:
-    explicit ScopeExit(CleanUp cleanUp)
-        : m_cleanUp(std::move(cleanUp)), m_uncaughtAtEntry(std::uncaught_exceptions()) {}
+    explicit ScopeExit(CleanUp cleanUp) : m_cleanUp(std::move(cleanUp)) {}
 
-    ~ScopeExit() noexcept(false) {
+    ~ScopeExit() {
         if (!m_armed) {
             return;
         }
-        m_armed = false;
-        if (std::uncaught_exceptions() > m_uncaughtAtEntry) {
-            try {
-                m_cleanUp();
-            } catch (...) {
-                // The exception that is leaving the scope is the one the caller must see.
-            }
-            return;
+        try {
+            m_cleanUp();
+        } catch (...) {
+            // Dropped: see above.
         }
-        m_cleanUp();
     }
 
     ScopeExit(const ScopeExit&) = delete;
@@ -52,6 +44,5 @@ public:
 
 private:
     CleanUp m_cleanUp;
-    int m_uncaughtAtEntry;
     bool m_armed = true;
 };

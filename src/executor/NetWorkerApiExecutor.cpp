@@ -273,7 +273,7 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
             }
             if (PassesTimeWindow(descriptor.createTime, timeBefore, timeAfter) &&
                 IsExchangeFile(descriptor)) {
-                CatalogueEntry entry;
+                CatalogueEntry entry{};
                 if (LoadSmVecObjects(m_log, m_memory, descriptor, &entry) == 0) {
                     NetWorkerAllocationInfo info{};
                     info.reason = AllocationReasonEntryStrings;

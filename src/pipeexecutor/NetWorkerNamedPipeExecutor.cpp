@@ -31,14 +31,13 @@ NetWorkerNamedPipeExecutor::NetWorkerNamedPipeExecutor(const wchar_t* pipeName,
                                                        INamedPipeConnection* connection,
                                                        LaunchClientFunction launchClient)
     : m_launchClient(launchClient),
-      m_pipeName(),
       m_connection(connection),
-      m_log(AcquireLoggerOrThrow(L"NetWorkerNamedPipeExecutor")) {
+      m_log(AcquireLoggerOrThrow(L"NetWorkerNamedPipeExecutor")),
+      m_buffer{} {
     if (pipeName == nullptr || connection == nullptr || launchClient == nullptr) {
         throw std::invalid_argument("pipe name, connection and launcher must be given");
     }
     m_pipeName = pipeName;
-    std::memset(m_buffer, 0, sizeof m_buffer);
 }
 
 NetWorkerNamedPipeExecutor::~NetWorkerNamedPipeExecutor() = default;
@@ -103,7 +102,7 @@ bool NetWorkerNamedPipeExecutor::AnswerErrorCallback(uint32_t type, uint32_t byt
     if (message == nullptr) {
         return false;
     }
-    NetWorkerAllocationInfo info;
+    NetWorkerAllocationInfo info{};
     info.reason = message->reason;
     info.itemsFound = message->itemsFound;
     info.catalogueSize = message->catalogueSize;
@@ -118,7 +117,7 @@ int32_t NetWorkerNamedPipeExecutor::Initialize(const char* clientName, const cha
     NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     // Built before anything is opened or started: a name that does not fit is refused
     // rather than cut short.
-    IpcBeginInitialize request;
+    IpcBeginInitialize request{};
     try {
         request = IpcBuildBeginInitialize(clientName, serverName);
     } catch (const std::logic_error& refused) {
@@ -167,7 +166,7 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
         }
         const uint32_t type = IpcReceivedType(m_buffer, bytesRead);
         if (const auto* found = IpcView<IpcFileFound>(m_buffer, bytesRead)) {
-            NetWorkerFileInfo info;
+            NetWorkerFileInfo info{};
             info.index = found->index;
             // A time the conversion refuses leaves the record zero, as Windows' own does.
             info.backupTime = SYSTEMTIME{};
@@ -230,7 +229,7 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
                                                 INetWorkerErrorCallBack* error) {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::ExtractFile";
     NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
-    IpcBeginExtractFile request;
+    IpcBeginExtractFile request{};
     try {
         request = IpcBuildBeginExtractFile(index, directory, fileName);
     } catch (const std::logic_error& refused) {
@@ -247,7 +246,7 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
         if (const auto* finish = IpcView<IpcFinishExtractFile>(m_buffer, bytesRead)) {
             return finish->result;
         } else if (const auto* update = IpcView<IpcUpdateProgress>(m_buffer, bytesRead)) {
-            NetWorkerProgressInfo info;
+            NetWorkerProgressInfo info{};
             info.state = update->state;
             info.bytesDone = update->bytesDone;
             const bool cancel = progress != nullptr && progress->UpdateProgress(&info);

@@ -56,17 +56,13 @@ TEST(ScopeExit, AThrowingCleanUpOnTheNormalPathIsReported) {
     EXPECT_THROW(cleanUp.RunNow(), std::logic_error);
 }
 
-TEST(ScopeExit, ACleanUpInsideACatchHandlerStillRunsNormally) {
-    // An exception already being handled higher up does not count as one leaving this scope.
-    std::string seen;
-    try {
-        throw std::runtime_error("outer");
-    } catch (const std::runtime_error&) {
-        try {
-            ScopeExit cleanUp([] { throw std::logic_error("clean-up"); });
-        } catch (const std::logic_error& error) {
-            seen = error.what();
-        }
+TEST(ScopeExit, AThrowingCleanUpAtTheEndOfTheScopeIsDropped) {
+    bool ran = false;
+    {
+        ScopeExit cleanUp([&] {
+            ran = true;
+            throw std::logic_error("clean-up");
+        });
     }
-    EXPECT_EQ(seen, "clean-up");
+    EXPECT_TRUE(ran);
 }

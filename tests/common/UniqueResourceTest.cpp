@@ -57,7 +57,7 @@ TEST_F(UniqueResourceTest, MovesAndPutCloseWhatWasHeld) {
     Counted second(2);
     second = std::move(first);
     EXPECT_EQ(g_closed, std::vector<int>{2});
-    EXPECT_FALSE(first.valid());
+    EXPECT_FALSE(first.valid());  // NOLINT(bugprone-use-after-move): moved-from owners are empty
     EXPECT_EQ(second.get(), 1);
     *second.put() = 5;
     EXPECT_EQ(g_closed, (std::vector<int>{2, 1}));
