@@ -7,11 +7,12 @@
 #include <windows.h>
 
 #include <exception>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "HelperCommandLine.h"
+#include "common/UniqueLogger.h"
+#include "common/UniqueResource.h"
 #include "exports/NetWorkerXbsa.h"
 #include "interfaces/LoggerApi.h"
 
@@ -27,21 +28,23 @@ enum ExitCode : int {
     ExitAllocationFailed = 4,
 };
 
-struct LoggerRelease {
-    void operator()(ILog* log) const { FreeLogger(log); }
+// The library's objects, each freed by its own Free... export.
+template <typename Interface, void (*Free)(Interface*)>
+struct LibraryObjectTraits {
+    using Handle = Interface*;
+    static Handle Invalid() { return nullptr; }
+    static bool IsValid(Handle object) { return object != nullptr; }
+    static void Close(Handle object) { Free(object); }
 };
-struct ConnectionRelease {
-    void operator()(INamedPipeConnection* p) const { FreeNamedPipeConnection(p); }
-};
-struct WrapperRelease {
-    void operator()(INetWorkerApiWrapper* p) const { FreeNetWorkerApiWrapper(p); }
-};
-struct ExecutorRelease {
-    void operator()(INetWorkerExecutor* p) const { FreeNetWorkerExecutor(p); }
-};
-struct ClientRelease {
-    void operator()(INetWorkerNamedPipeClient* p) const { FreeNetWorkerNamedPipeClient(p); }
-};
+
+using OwnedConnection =
+    UniqueResource<LibraryObjectTraits<INamedPipeConnection, FreeNamedPipeConnection>>;
+using OwnedWrapper =
+    UniqueResource<LibraryObjectTraits<INetWorkerApiWrapper, FreeNetWorkerApiWrapper>>;
+using OwnedExecutor =
+    UniqueResource<LibraryObjectTraits<INetWorkerExecutor, FreeNetWorkerExecutor>>;
+using OwnedClient =
+    UniqueResource<LibraryObjectTraits<INetWorkerNamedPipeClient, FreeNetWorkerNamedPipeClient>>;
 
 std::wstring ModuleFileName() {
     std::vector<wchar_t> path(MAX_PATH);
@@ -59,10 +62,9 @@ std::wstring ModuleFileName() {
 }
 
 // Allocates through one export; logs and returns false when it refuses.
-template <typename Interface, typename Deleter, typename AllocateFunction>
-bool Allocate(ILog* log, const wchar_t* what, std::unique_ptr<Interface, Deleter>* owner,
-              AllocateFunction allocate) {
-    Interface* object = nullptr;
+template <typename Owner, typename AllocateFunction>
+bool Allocate(ILog* log, const wchar_t* what, Owner* owner, AllocateFunction allocate) {
+    typename Owner::Handle object = nullptr;
     if (!allocate(&object) || object == nullptr) {
         log->Error(kMethod, L"Failed to allocate the %s.", what);
         return false;
@@ -73,10 +75,10 @@ bool Allocate(ILog* log, const wchar_t* what, std::unique_ptr<Interface, Deleter
 
 // Everything is allocated here and freed in reverse order on the way out.
 int Serve(ILog* log, const std::wstring& pipeName) {
-    std::unique_ptr<INamedPipeConnection, ConnectionRelease> connection;
-    std::unique_ptr<INetWorkerApiWrapper, WrapperRelease> wrapper;
-    std::unique_ptr<INetWorkerExecutor, ExecutorRelease> executor;
-    std::unique_ptr<INetWorkerNamedPipeClient, ClientRelease> client;
+    OwnedConnection connection;
+    OwnedWrapper wrapper;
+    OwnedExecutor executor;
+    OwnedClient client;
     if (!Allocate(log, L"named pipe connection", &connection,
                   [](INamedPipeConnection** out) { return AllocateNamedPipeConnection(out); }) ||
         !Allocate(log, L"NetWorker API wrapper", &wrapper,
@@ -92,7 +94,7 @@ int Serve(ILog* log, const std::wstring& pipeName) {
         return ExitAllocationFailed;
     }
     try {
-        client->Run();
+        client.get()->Run();
     } catch (const std::exception& failure) {
         log->Error(kMethod, L"The session ended with an error: %S", failure.what());
         return ExitSessionFailed;
@@ -107,20 +109,17 @@ int Serve(ILog* log, const std::wstring& pipeName) {
 
 int main() {
     const std::wstring pipeName = PipeNameFromCommandLine(::GetCommandLineW(), ModuleFileName());
-    ILog* rawLog = nullptr;
-    if (GetLogger(L"NetWorker64BitClient", &rawLog) != 0 || rawLog == nullptr) {
-        if (rawLog != nullptr) {
-            FreeLogger(rawLog);
-        }
+    const UniqueLogger owned = TryAcquireLogger(L"NetWorker64BitClient");
+    if (!owned) {
         return ExitNoLogger;
     }
-    std::unique_ptr<ILog, LoggerRelease> log(rawLog);
+    ILog* const log = owned.get();
     if (pipeName.empty()) {
         log->Error(kMethod, L"No pipe name on the command line.");
         return ExitNoPipeName;
     }
     log->Info(kMethod, L"Serving pipe '%s'.", pipeName.c_str());
-    const int exitCode = Serve(log.get(), pipeName);
+    const int exitCode = Serve(log, pipeName);
     log->Info(kMethod, L"Exiting with code %d.", exitCode);
     return exitCode;
 }

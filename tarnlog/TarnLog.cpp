@@ -14,25 +14,13 @@
 #include <string>
 
 #include "LogLineFormat.h"
+#include "common/LastError.h"
 #include "common/UniqueHandle.h"
 #include "common/WideFormat.h"
 #define LOGGER_API __declspec(dllexport)
 #include "interfaces/LoggerApi.h"
 
 namespace {
-
-// Logging must not disturb the caller's last error: callers log a failure and then read
-// GetLastError for the next line.
-class LastErrorKeeper {
-public:
-    LastErrorKeeper() : m_error(GetLastError()) {}
-    ~LastErrorKeeper() { SetLastError(m_error); }
-    LastErrorKeeper(const LastErrorKeeper&) = delete;
-    LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
-
-private:
-    DWORD m_error;
-};
 
 // Returns false when the variable is not set; an empty value counts as set.
 bool ReadEnvironment(const wchar_t* name, std::wstring* value) {
@@ -221,6 +209,8 @@ private:
     }
 
     void WriteText(int level, const wchar_t* method, const wchar_t* text, size_t length) {
+        // Logging must not disturb the caller's last error: callers log a failure and then
+        // read GetLastError for the next line.
         const LastErrorKeeper keeper;
         try {
             m_file->Append(

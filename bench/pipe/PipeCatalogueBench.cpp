@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "../../tests/conformance/HostSessions.h"
-#include "../../tests/conformance/NwsimSetup.h"
+#include "SimulatorFixture.h"
 #include "../../tests/exports/ExportsTestSupport.h"
 #include "common/UniqueHandle.h"
 
@@ -146,12 +146,14 @@ int wmain(int argc, wchar_t** argv) {
     if (argc == 4 && std::wcscmp(argv[1], L"--send") == 0) {
         return SendRounds(argv[2], static_cast<unsigned>(std::wcstoul(argv[3], nullptr, 10)));
     }
-    NwsimInstallation nwsim;
-    std::wstring reason;
-    if (!InstallSeededNwsim(L"benchpipe", kObjects, &nwsim, &reason, true)) {
-        std::fwprintf(stderr, L"bench_pipe_catalogue: %ls\n", reason.c_str());
+    SimulatorOptions options;
+    options.objects = kObjects;
+    const SimulatorFixture simulator(options);
+    if (!simulator.Ready()) {
+        std::fprintf(stderr, "bench_pipe_catalogue: %s\n", simulator.Failure().c_str());
         return 1;
     }
+    SetEnvironmentVariableW(L"NWSIM_JOURNAL", nullptr);  // no per-call journal lines
     unsigned directFiles = 0;
     unsigned pipeFiles = 0;
     double direct = -1;

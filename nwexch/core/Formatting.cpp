@@ -4,6 +4,8 @@
 #include <cstdio>
 
 #include "DateWindow.h"
+#include "common/WinError.h"
+#include "interfaces/NetWorkerStatus.h"
 
 namespace {
 
@@ -249,44 +251,44 @@ std::wstring FormatProgressLine(const ProgressSnapshot& s) {
 }
 
 std::wstring DescribeStatus(int32_t status) {
-    switch (static_cast<uint32_t>(status)) {
-        case 0:
+    switch (status) {
+        case NetWorkerStatus::Success:
             return L"success";
-        case 1:
+        case NetWorkerStatus::EntryPointMissing:  // also NetWorkerStatus::QuitDuringGetObject
             return L"an entry point of NetWorker's XBSA library could not be resolved, or a "
                    L"transfer was stopped while it was being opened";
-        case 109:
+        case NetWorkerStatus::PipeClosed:
             return L"the helper program closed the pipe: it ended unexpectedly";
-        case 110:
+        case NetWorkerStatus::OpenFailed:
             return L"NetWorker's client is not installed: no \"nsrexecd\" service (or the "
                    L"service control manager could not be opened)";
-        case 1157:
+        case NetWorkerStatus::DllNotFound:
             return L"a NetWorker library could not be loaded";
-        case 1169:
+        case NetWorkerStatus::NoMatch:
             return L"NetWorker found no Exchange objects";
-        case 1223:
+        case NetWorkerStatus::Cancelled:
             return L"cancelled";
-        case 1246:
+        case static_cast<int32_t>(NetWorkerWinError::Continue):
             return L"the write was retried after the disk was full";
-        case 1627:
+        case NetWorkerStatus::FunctionFailed:
             return L"NetWorker's client failed: its service configuration could not be read or "
                    L"nsrinfo.exe failed";
-        case 0x80004005u:
+        case NetWorkerStatus::Fail:
             return L"general failure";
-        case 0x80070005u:
+        case NetWorkerStatus::AccessDenied:
             return L"access denied: NetWorker refused the authentication or access";
-        case 0x80070006u:
+        case NetWorkerStatus::InvalidHandle:
             return L"NetWorker reported a bad session handle";
-        case 0x80070057u:
+        case NetWorkerStatus::InvalidArgument:
             return L"NetWorker reported an invalid argument";
-        case 0x8007007Au:
+        case NetWorkerStatus::InsufficientBuffer:
             return L"NetWorker reported a buffer too small";
-        case 0x8007000Au:
+        case NetWorkerStatus::BadEnvironment:
             return L"BSAInit failed: bad environment / unknown server or client";
         default:
             break;
     }
-    if ((static_cast<uint32_t>(status) & 0xFFFF0000u) == 0x80070000u) {
+    if (IsHResultFromWin32(status)) {
         return L"Windows error " + std::to_wstring(static_cast<uint32_t>(status) & 0xFFFF);
     }
     return L"unknown status";

@@ -15,8 +15,12 @@
 #include "Session.h"
 #include "CatalogueCollector.h"
 #include "RestoreCallbacks.h"
+#include "interfaces/NetWorkerStatus.h"
 
 namespace {
+
+// What ExtractFile returns when a retry after a full disk succeeded on the last block.
+constexpr int32_t kRetriedAfterDiskFull = static_cast<int32_t>(NetWorkerWinError::Continue);
 
 void Error(const std::wstring& message) {
     Console().Err(L"nwexch: " + message + L"\n");
@@ -155,22 +159,23 @@ bool RestoreFile(INetWorkerExecutor* executor, const PlannedFile& file, uint64_t
         RunCancellation().Request(L"cancelled because the disk is full");
         return true;
     }
-    if (status == 1223) {
+    if (status == NetWorkerStatus::Cancelled) {
         outcome->result = FileResult::Cancelled;
         outcome->reason =
             RunCancellation().Requested() ? RunCancellation().Reason() : std::wstring(L"cancelled");
         RemoveIfPresent(partial);
         return true;
     }
-    if (status < 0 || (status != 0 && status != 1246)) {
+    if (status < 0 || (status != 0 && status != kRetriedAfterDiskFull)) {
         outcome->result = FileResult::Failed;
         outcome->reason = FormatStatus(status);
         RemoveIfPresent(partial);
-        return status != 109;  // the helper program is gone: nothing more can be restored
+        // The helper program is gone: nothing more can be restored.
+        return status != NetWorkerStatus::PipeClosed;
     }
-    // 1246: a retry after a full disk succeeded on the last block; the file is whole. A
-    // cancellation that came after the last block leaves a whole file too: it is kept (after
-    // the checks below) and only the files after it are skipped.
+    // kRetriedAfterDiskFull: a retry after a full disk succeeded on the last block; the file
+    // is whole. A cancellation that came after the last block leaves a whole file too: it is
+    // kept (after the checks below) and only the files after it are skipped.
     if (!exists) {
         outcome->result = FileResult::Failed;
         outcome->reason = L"NetWorker reported success but no file was written";
@@ -267,16 +272,12 @@ int RunSize(const Options& options) {
     return exitCode;
 }
 
-int RunRestore(const Options& options) {
-    Session session;
-    CatalogueCollector collector;
-    int code = OpenAndCatalogue(options, &session, &collector);
-    if (code != ExitOk) {
-        return code;
-    }
-    const std::vector<CatalogueRow>& rows = collector.Rows();
+namespace {
 
-    std::vector<const CatalogueRow*> chosen;
+// The rows to restore, by glob or by index, in NetWorker's restore order and then the
+// catalogue's. Returns ExitOk or the exit code to end with.
+int ChooseRestoreRows(const Options& options, const std::vector<CatalogueRow>& rows,
+                      std::vector<const CatalogueRow*>* chosen) {
     if (!options.globs.empty()) {
         std::vector<bool> taken(rows.size(), false);  // catalogues can be large: no searching
         for (const std::wstring& glob : options.globs) {
@@ -286,7 +287,7 @@ int RunRestore(const Options& options) {
                     any = true;
                     if (!taken[i]) {
                         taken[i] = true;
-                        chosen.push_back(&rows[i]);
+                        chosen->push_back(&rows[i]);
                     }
                 }
             }
@@ -295,16 +296,21 @@ int RunRestore(const Options& options) {
                 return ExitUsage;
             }
         }
-    } else if (!ResolveIndexes(rows, options.indexes, &chosen)) {
+    } else if (!ResolveIndexes(rows, options.indexes, chosen)) {
         return ExitUsage;
     }
-    // NetWorker's restore order, then the catalogue's.
     std::stable_sort(
-        chosen.begin(), chosen.end(), [](const CatalogueRow* a, const CatalogueRow* b) {
+        chosen->begin(), chosen->end(), [](const CatalogueRow* a, const CatalogueRow* b) {
             return a->restoreOrder != b->restoreOrder ? a->restoreOrder < b->restoreOrder
                                                       : a->index < b->index;
         });
+    return ExitOk;
+}
 
+// Where each chosen file goes under --to; refuses problems and, without --overwrite, files
+// that exist already. Returns ExitOk or the exit code to end with.
+int PlanRestoreDestinations(const Options& options, const std::vector<const CatalogueRow*>& chosen,
+                            RestorePlan* plan) {
     const std::wstring root = AbsoluteDirectory(options.to);
     if (root.empty()) {
         Error(L"--to \"" + options.to + L"\" is not a usable directory path");
@@ -314,16 +320,16 @@ int RunRestore(const Options& options) {
     for (const CatalogueRow* row : chosen) {
         sources.push_back({row->index, row->path});
     }
-    const RestorePlan plan = PlanRestore(root, sources, options.flat);
-    if (!plan.Ok()) {
-        for (const std::wstring& problem : plan.problems) {
+    *plan = PlanRestore(root, sources, options.flat);
+    if (!plan->Ok()) {
+        for (const std::wstring& problem : plan->problems) {
             Error(L"cannot restore: " + problem);
         }
         return ExitUsage;
     }
     if (!options.overwrite) {
         bool clash = false;
-        for (const PlannedFile& file : plan.files) {
+        for (const PlannedFile& file : plan->files) {
             if (PathExists(file.FullPath())) {
                 Error(L"already exists: " + file.FullPath());
                 clash = true;
@@ -334,10 +340,14 @@ int RunRestore(const Options& options) {
             return ExitUsage;
         }
     }
+    return ExitOk;
+}
 
-    // Exact sizes: the total for progress, and a check of every restored file.
+// The exact size of every planned file (0: unknown), for the progress total and the check of
+// each restored file.
+std::vector<uint64_t> ExactSizes(Session& session, const RestorePlan& plan, uint64_t* total) {
     std::vector<uint64_t> expected(plan.files.size(), 0);
-    uint64_t total = 0;
+    *total = 0;
     for (size_t i = 0; i < plan.files.size(); ++i) {
         if (RunCancellation().Requested()) {
             break;
@@ -350,9 +360,52 @@ int RunRestore(const Options& options) {
             Error(L"the exact size of " + plan.files[i].backupPath + L" is unknown (" +
                   FormatStatus(status) + L"); it is restored without a size check");
         }
-        total += size;
+        *total += size;
     }
+    return expected;
+}
 
+// Extracts the planned files one by one between BeginExtract and EndExtract, recording each
+// outcome. Returns ExitOk, or ExitNetWorker when the extraction could not begin; *sessionLost
+// tells whether the session to NetWorker was lost on the way.
+int ExtractPlannedFiles(Session& session, const Options& options, const RestorePlan& plan,
+                        const std::vector<uint64_t>& expected, ProgressReporter* progress,
+                        std::vector<FileOutcome>* outcomes, bool* sessionLost) {
+    *sessionLost = false;
+    if (RunCancellation().Requested()) {
+        return ExitOk;
+    }
+    DiskFullHandler diskFull(options.onDiskFull);
+    const int32_t begin = session.Executor()->BeginExtract();
+    if (begin != 0) {
+        Error(L"NetWorker could not start the extraction: " + FormatStatus(begin));
+        return ExitNetWorker;
+    }
+    for (size_t i = 0; i < plan.files.size(); ++i) {
+        const PlannedFile& file = plan.files[i];
+        FileOutcome& outcome = (*outcomes)[i];
+        if (RunCancellation().Requested()) {
+            outcome.result = FileResult::NotStarted;
+            outcome.reason = RunCancellation().Reason() + L" before it started";
+            continue;
+        }
+        if (!RestoreFile(session.Executor(), file, expected[i], options.overwrite, progress,
+                         &diskFull, &outcome)) {
+            *sessionLost = true;
+            break;
+        }
+    }
+    if (!*sessionLost) {
+        const int32_t end = session.Executor()->EndExtract();
+        if (end != 0) {
+            Error(L"NetWorker could not end the extraction cleanly: " + FormatStatus(end));
+        }
+    }
+    return ExitOk;
+}
+
+// Every planned file, not started yet (or not at all, when the run was cancelled before).
+std::vector<FileOutcome> InitialOutcomes(const RestorePlan& plan) {
     std::vector<FileOutcome> outcomes;
     for (const PlannedFile& file : plan.files) {
         FileOutcome outcome;
@@ -362,44 +415,16 @@ int RunRestore(const Options& options) {
         outcome.reason = L"not started";
         outcomes.push_back(outcome);
     }
-
     if (RunCancellation().Requested()) {
         for (FileOutcome& outcome : outcomes) {
             outcome.reason = RunCancellation().Reason() + L" before it started";
         }
     }
+    return outcomes;
+}
 
-    ProgressReporter progress(total, CancelAfterBytesHook());
-    DiskFullHandler diskFull(options.onDiskFull);
-    bool sessionLost = false;
-    if (!RunCancellation().Requested()) {
-        const int32_t begin = session.Executor()->BeginExtract();
-        if (begin != 0) {
-            Error(L"NetWorker could not start the extraction: " + FormatStatus(begin));
-            return ExitNetWorker;
-        }
-        for (size_t i = 0; i < plan.files.size(); ++i) {
-            const PlannedFile& file = plan.files[i];
-            FileOutcome& outcome = outcomes[i];
-            if (RunCancellation().Requested()) {
-                outcome.result = FileResult::NotStarted;
-                outcome.reason = RunCancellation().Reason() + L" before it started";
-                continue;
-            }
-            if (!RestoreFile(session.Executor(), file, expected[i], options.overwrite, &progress,
-                             &diskFull, &outcome)) {
-                sessionLost = true;
-                break;
-            }
-        }
-        if (!sessionLost) {
-            const int32_t end = session.Executor()->EndExtract();
-            if (end != 0) {
-                Error(L"NetWorker could not end the extraction cleanly: " + FormatStatus(end));
-            }
-        }
-    }
-    progress.Finish();
+// One line per restored file, then the summary; returns the exit code of the run.
+int ReportRestore(std::vector<FileOutcome>& outcomes, bool sessionLost, uint64_t elapsedMs) {
     if (sessionLost) {
         for (FileOutcome& outcome : outcomes) {
             if (outcome.result == FileResult::NotStarted) {
@@ -413,7 +438,7 @@ int RunRestore(const Options& options) {
                           L" (" + FormatCount(outcome.bytes) + L" bytes)\n");
         }
     }
-    Console().Out(FormatRestoreSummary(outcomes, progress.ElapsedMs()));
+    Console().Out(FormatRestoreSummary(outcomes, elapsedMs));
 
     if (RunCancellation().Requested()) {
         return ExitCancelled;
@@ -425,4 +450,38 @@ int RunRestore(const Options& options) {
         std::all_of(outcomes.begin(), outcomes.end(),
                     [](const FileOutcome& o) { return o.result == FileResult::Restored; });
     return allRestored ? ExitOk : ExitFilesFailed;
+}
+
+}  // namespace
+
+int RunRestore(const Options& options) {
+    Session session;
+    CatalogueCollector collector;
+    int code = OpenAndCatalogue(options, &session, &collector);
+    if (code != ExitOk) {
+        return code;
+    }
+    std::vector<const CatalogueRow*> chosen;
+    code = ChooseRestoreRows(options, collector.Rows(), &chosen);
+    if (code != ExitOk) {
+        return code;
+    }
+    RestorePlan plan;
+    code = PlanRestoreDestinations(options, chosen, &plan);
+    if (code != ExitOk) {
+        return code;
+    }
+    uint64_t total = 0;
+    const std::vector<uint64_t> expected = ExactSizes(session, plan, &total);
+    std::vector<FileOutcome> outcomes = InitialOutcomes(plan);
+
+    ProgressReporter progress(total, CancelAfterBytesHook());
+    bool sessionLost = false;
+    code =
+        ExtractPlannedFiles(session, options, plan, expected, &progress, &outcomes, &sessionLost);
+    if (code != ExitOk) {
+        return code;
+    }
+    progress.Finish();
+    return ReportRestore(outcomes, sessionLost, progress.ElapsedMs());
 }

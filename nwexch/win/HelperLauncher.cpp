@@ -110,7 +110,7 @@ long LaunchHelperFromOwnDirectory(const wchar_t* pipeName) {
                         &startup, &info)) {
         const DWORD error = GetLastError();
         state.startError = error == 0 ? ERROR_FILE_NOT_FOUND : error;
-        return static_cast<long>((state.startError & 0xFFFF) | 0x80070000u);
+        return HRESULT_FROM_WIN32(state.startError);
     }
     UniqueHandle thread(info.hThread);
     state.process.reset(info.hProcess);

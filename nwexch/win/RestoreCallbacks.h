@@ -11,6 +11,7 @@
 #include "Console.h"
 #include "Formatting.h"
 #include "exports/NetWorkerXbsa.h"
+#include "interfaces/NetWorkerStatus.h"
 
 class ProgressReporter : public INetWorkerUpdateProgressCallBack {
 public:
@@ -84,7 +85,7 @@ private:
 // Answers the executor's questions during extraction: only a full disk needs an answer.
 class DiskFullHandler : public INetWorkerErrorCallBack {
 public:
-    static constexpr uint32_t kRetry = 1246;  // ERROR_CONTINUE: space was freed, write again
+    static constexpr uint32_t kRetry = NetWorkerWinError::Continue;  // space freed: write again
     static constexpr uint32_t kCancel = 0;
     static constexpr int kMaxUnattendedRetries = 60;
 

@@ -51,6 +51,7 @@ private:
 #define NWX_TRACE_CONCAT_INNER(a, b) a##b
 #define NWX_TRACE_CONCAT(a, b) NWX_TRACE_CONCAT_INNER(a, b)
 
-// Traces the enclosing method: NWX_TRACE_METHOD(m_log, L"Class::Method");
-#define NWX_TRACE_METHOD(log, method) \
-    ScopedMethodTracer NWX_TRACE_CONCAT(methodTracer_, __LINE__)((log), (method))
+// The one way a method traces itself: NWX_TRACE_METHOD(m_log, L"Class::Method"); the pipe
+// transport adds MethodEndOnUnwind::Skip as a third argument.
+#define NWX_TRACE_METHOD(log, ...) \
+    ScopedMethodTracer NWX_TRACE_CONCAT(methodTracer_, __LINE__)((log), __VA_ARGS__)

@@ -24,7 +24,10 @@ void RaiseTarnError(ILog* log, int32_t code, const wchar_t* method, const wchar_
         FormatWideV(message.get(), length + 1, format, args);
         va_end(args);
 
-        log->Error(method, message.get());
+        // The finished message is handed on as the logger's format, its percent signs
+        // doubled so that it is written as it stands (kept on purpose: docs/compatibility.md,
+        // "double formatting").
+        log->Error(method, AsLiteralFormat(message.get()).c_str());
         log->Error(method, hresultLine);
     }
     throw TarnError(code);

@@ -506,3 +506,15 @@ std::wstring FormatWideString(const wchar_t* format, ...) {
     va_end(args);
     return text;
 }
+
+std::wstring AsLiteralFormat(const std::wstring& text) {
+    std::wstring format;
+    format.reserve(text.size());
+    for (const wchar_t c : text) {
+        format.push_back(c);
+        if (c == L'%') {
+            format.push_back(L'%');
+        }
+    }
+    return format;
+}

@@ -16,3 +16,8 @@ size_t FormatWide(wchar_t* out, size_t capacity, const wchar_t* format, ...);
 
 std::wstring FormatWideStringV(const wchar_t* format, va_list args);
 std::wstring FormatWideString(const wchar_t* format, ...);
+
+// `text` as a format that prints `text` unchanged: every '%' doubled. For finished text that is
+// handed to a logger as its format (the library's loggers take formats only), so that data in
+// it, such as a path with a '%', is never read as a conversion.
+std::wstring AsLiteralFormat(const std::wstring& text);

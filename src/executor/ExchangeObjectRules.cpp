@@ -82,7 +82,7 @@ uint64_t AnnouncedSize(std::string_view pathName, BSA_UInt64 size) {
         std::string_view marker;
         uint64_t size;
     };
-    // First match wins, in this order; hosts rely on exactly these spellings.
+    // First match wins, in this order (kept on purpose: docs/compatibility.md, "announced sizes").
     static constexpr Rule kRules[] = {
         {".edb", 0},
         {".EDB", 0},

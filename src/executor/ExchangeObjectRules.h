@@ -25,13 +25,14 @@ bool IsExchangeFile(std::string_view resourceType, std::string_view pathName);
 bool IsExchangeFile(const BSA_ObjectDescriptor& descriptor);
 
 // 0 for databases and streaming files (the host asks GetFileSize), kAnnouncedLogSize for
-// logs, the object's own size otherwise. Only the listed spellings count, as hosts expect.
+// logs, the object's own size otherwise. Only the listed spellings count (kept on purpose:
+// docs/compatibility.md, "announced sizes").
 uint64_t AnnouncedSize(std::string_view pathName, BSA_UInt64 size);
 
 uint64_t JoinUInt64(BSA_UInt64 value);
 
 // The creation date of an object, as a FILETIME of that day's midnight; the time of day is
-// dropped on purpose, so an object made late on a bound's day still matches that bound.
+// dropped (kept on purpose: docs/compatibility.md, "date-only window").
 // An impossible date yields 0, the earliest time there is.
 FILETIME CreationDateAsFileTime(const std::tm& createTime);
 

@@ -10,8 +10,9 @@
 #include "ExtractionPaths.h"
 #include "common/LastError.h"
 #include "common/MethodTracer.h"
+#include "common/ScopeExit.h"
 #include "common/TarnError.h"
-#include "common/UniqueHandle.h"
+#include "common/WinError.h"
 #include "interfaces/NetWorkerStatus.h"
 
 namespace {
@@ -60,6 +61,57 @@ std::unique_ptr<char[]> MakeEnvironmentEntry(const char* prefix, const char* val
     return entry;
 }
 
+// The progress reports of one extracted file: the first at once with 0 bytes, then after a
+// block when at least kProgressIntervalMs have passed since the last report, and a last one
+// for what is still pending; each carries only the bytes written since the previous report.
+// Without a progress callback it reports nothing and reads no clock.
+class ProgressThrottle {
+public:
+    ProgressThrottle(INetWorkerUpdateProgressCallBack* progress, NetWorkerProgressInfo& record,
+                     ExecutorSystem& system)
+        : m_progress(progress), m_record(record), m_system(system) {}
+
+    bool Active() const { return m_progress != nullptr; }
+
+    // The host's answer to the first report (true: stop).
+    bool Start() {
+        m_record.state = 1;
+        m_record.bytesDone = 0;
+        return m_progress->UpdateProgress(&m_record);
+    }
+
+    // True when a report was due and the host answered stop.
+    bool AfterBlock(uint32_t written) {
+        if (!Active()) {
+            return false;
+        }
+        m_pending += written;
+        const uint32_t now = m_system.TickCount();
+        // Unsigned difference: the tick count may wrap between two reports.
+        if (now - m_lastReport < NetWorkerApiExecutor::kProgressIntervalMs) {
+            return false;
+        }
+        m_lastReport = now;
+        return Report();
+    }
+
+    // True when a last report was needed and the host answered stop.
+    bool Finish() { return Active() && m_pending != 0 && Report(); }
+
+private:
+    bool Report() {
+        m_record.bytesDone = m_pending;
+        m_pending = 0;
+        return m_progress->UpdateProgress(&m_record);
+    }
+
+    INetWorkerUpdateProgressCallBack* m_progress;
+    NetWorkerProgressInfo& m_record;
+    ExecutorSystem& m_system;
+    uint32_t m_pending = 0;
+    uint32_t m_lastReport = 0;  // so the first block is reported at once
+};
+
 }  // namespace
 
 NetWorkerApiExecutor::NetWorkerApiExecutor(INetWorkerApiWrapper* wrapper, ExecutorSeams seams)
@@ -73,9 +125,9 @@ NetWorkerApiExecutor::NetWorkerApiExecutor(INetWorkerApiWrapper* wrapper, Execut
       m_inGetObject(false),
       m_quitDuringGetObject(false),
       m_memory(seams.memory != nullptr ? *seams.memory : m_stringPool),
-      m_system(seams.system != nullptr ? *seams.system : KernelExecutorSystem()),
-      m_logger(OwnedLogger::AcquireOrThrow(L"NetWorkerApiExecutor")),
-      m_log(m_logger.Get()) {}
+      m_system(seams.system != nullptr ? *seams.system : DefaultExecutorSystem()),
+      m_logger(AcquireLoggerOrThrow(L"NetWorkerApiExecutor")),
+      m_log(m_logger.get()) {}
 
 NetWorkerApiExecutor::~NetWorkerApiExecutor() {
     ClearM_smVecObjects(m_log, m_memory, m_smVecObjects);
@@ -84,7 +136,7 @@ NetWorkerApiExecutor::~NetWorkerApiExecutor() {
 int32_t NetWorkerApiExecutor::Initialize(const char* clientName, const char* serverName) {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::Initialize";
     NWX_TRACE_METHOD(m_log, kMethod);
-    try {
+    return RunAsStatus([&] {
         const int32_t status = m_wrapper->Initialize();
         if (status != 0) {
             RaiseTarnError(m_log, status, kMethod, L"Initialize failure");
@@ -131,11 +183,9 @@ int32_t NetWorkerApiExecutor::Initialize(const char* clientName, const char* ser
         if (Cancelled()) {
             RaiseTarnError(m_log, NetWorkerStatus::Cancelled, kMethod, kCancelledMessage);
         }
-        // The session is never terminated explicitly (no BSATerminate), as hosts expect.
+        // No BSATerminate, ever (kept on purpose: docs/compatibility.md, "no BSATerminate").
         return status;
-    } catch (TarnError error) {
-        return error.code;
-    }
+    });
 }
 
 int32_t NetWorkerApiExecutor::Quit() {
@@ -172,11 +222,17 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::Catalog";
     NWX_TRACE_METHOD(m_log, kMethod);
 
-    // Restart from index 0 in the same storage. The previous entries' strings are not freed:
-    // hosts keep the path pointers of earlier catalogues, so they must stay valid.
+    // Restart from index 0 in the same storage; the previous entries' strings are not freed
+    // (kept on purpose: docs/compatibility.md, "leaked catalogue strings").
     m_smVecObjects.clear();
     uint32_t accepted = 0;
-    try {
+    // Ended on every way out: after the failures reported below, and also when a host's
+    // callback throws or the time window is refused; that exception then goes on unchanged.
+    ScopeExit endTransaction([this] { m_wrapper->BSAEndTxn(m_handle); });
+    // A failure raised inside was reported through the log and the error callback, and the
+    // catalogue so far stays; the status is 0 regardless (kept on purpose: docs/compatibility.md,
+    // "catalogue status 0").
+    (void)RunAsStatus([&] {
         int32_t rc = m_wrapper->BSABeginTxn(m_handle);
         int32_t status = BSAError2HResult(rc, m_log);
         if (status < 0) {
@@ -217,7 +273,7 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
             }
             if (PassesTimeWindow(descriptor.createTime, timeBefore, timeAfter) &&
                 IsExchangeFile(descriptor)) {
-                CatalogueEntry entry;
+                CatalogueEntry entry{};
                 if (LoadSmVecObjects(m_log, m_memory, descriptor, &entry) == 0) {
                     NetWorkerAllocationInfo info{};
                     info.reason = AllocationReasonEntryStrings;
@@ -228,8 +284,8 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
                 m_smVecObjects.push_back(entry);  // room was reserved above: cannot throw
                 const uint64_t size = AnnouncedSize(entry.pathName, descriptor.size);
                 if (fileFound != nullptr) {
-                    // A false answer also clears a Quit that arrived meanwhile; hosts rely on
-                    // their answer being the one that counts.
+                    // A false answer also clears a Quit that arrived meanwhile (kept on
+                    // purpose: docs/compatibility.md, "the host's answer wins").
                     SetCancelled(FireFileFoundEvent(fileFound, descriptor.createTime, size,
                                                     accepted, descriptor.restoreOrder,
                                                     m_smVecObjects.back().pathName));
@@ -246,22 +302,19 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
                 break;
             }
         }
-    } catch (TarnError) {
-        // Reported through the log and the error callback; the catalogue so far stays.
-    }
-    m_wrapper->BSAEndTxn(m_handle);
+        return NetWorkerStatus::Success;
+    });
+    endTransaction.RunNow();
     m_log->Info(kMethod, L"Found %u items. m_smVecObjects  size = %u, capacity = %u.\n",
                 static_cast<unsigned>(accepted), static_cast<unsigned>(m_smVecObjects.size()),
                 static_cast<unsigned>(m_smVecObjects.capacity()));
-    // Failures reach the host through the error callback; the status is 0 regardless, as
-    // hosts expect.
     return NetWorkerStatus::Success;
 }
 
 int32_t NetWorkerApiExecutor::GetFileSize(uint32_t index, bool correctSize, uint64_t* size) {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::GetFileSize";
     NWX_TRACE_METHOD(m_log, kMethod);
-    try {
+    const int32_t refused = RunAsStatus([&] {
         if (size == nullptr) {
             RaiseTarnError(m_log, NetWorkerStatus::InvalidArgument, kMethod, L"Null size");
         }
@@ -272,8 +325,10 @@ int32_t NetWorkerApiExecutor::GetFileSize(uint32_t index, bool correctSize, uint
                            static_cast<unsigned>(index),
                            static_cast<unsigned>(m_smVecObjects.size()));
         }
-    } catch (TarnError error) {
-        return error.code;
+        return NetWorkerStatus::Success;
+    });
+    if (refused != NetWorkerStatus::Success) {
+        return refused;
     }
 
     BSA_ObjectDescriptor descriptor{};
@@ -285,8 +340,8 @@ int32_t NetWorkerApiExecutor::GetFileSize(uint32_t index, bool correctSize, uint
     if (correctSize) {
         status = m_wrapper->CorrectFileSize(&descriptor, &corrected, m_serverName, m_clientName);
     }
-    // Without a correction only the low 32 bits of the catalogue's size are trusted; hosts
-    // depend on this value (the announcement itself uses all 64 bits).
+    // Without a correction only the low 32 bits of the catalogue's size count (kept on
+    // purpose: docs/compatibility.md, "low 32 bits").
     *size = corrected != 0 ? corrected : descriptor.size.right;
     return status;
 }
@@ -296,32 +351,141 @@ int32_t NetWorkerApiExecutor::BeginExtract() {
     NWX_TRACE_METHOD(m_log, kMethod);
     m_inGetObject.store(false, std::memory_order_relaxed);
     m_quitDuringGetObject.store(false, std::memory_order_relaxed);
-    try {
+    return RunAsStatus([&] {
         const int32_t status = BSAError2HResult(m_wrapper->BSABeginTxn(m_handle), m_log);
         if (status < 0) {
             RaiseTarnError(m_log, status, kMethod, L"BSABeginTxn failed");
         }
         return status;
-    } catch (TarnError error) {
-        return error.code;
-    }
+    });
 }
 
 int32_t NetWorkerApiExecutor::EndExtract() {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::EndExtract";
     NWX_TRACE_METHOD(m_log, kMethod);
-    try {
+    return RunAsStatus([&] {
         const int32_t status = BSAError2HResult(m_wrapper->BSAEndTxn(m_handle), m_log);
         if (status < 0) {
             RaiseTarnError(m_log, status, kMethod, L"BSAEndTxn failed");
         }
         return status;
-    } catch (TarnError error) {
-        return error.code;
-    }
+    });
 }
 
-int32_t NetWorkerApiExecutor::WriteBlock(HANDLE file, const uint8_t* data, uint32_t size,
+int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directory,
+                                          const wchar_t* fileName,
+                                          INetWorkerUpdateProgressCallBack* progress,
+                                          INetWorkerErrorCallBack* error) {
+    static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
+    NWX_TRACE_METHOD(m_log, kMethod);
+
+    std::unique_ptr<ExecutorFile> file;
+    bool fileAttempted = false;
+    bool keepFile = false;  // decided only when the extraction ends with a status
+    // Both run on every way out, in this order: the file is closed and, unless it was
+    // extracted completely, deleted; then the object's data is ended, also when it was never
+    // opened. An exception of any type (a host's callback that throws) still reaches the caller.
+    ScopeExit endData([this] {
+        const int32_t endStatus = BSAError2HResult(m_wrapper->BSAEndData(m_handle), m_log);
+        if (endStatus < 0) {
+            m_log->Error(kMethod, L"BSAEndData failed with error %08lx.\n",
+                         static_cast<unsigned long>(static_cast<uint32_t>(endStatus)));
+        }
+    });
+    ScopeExit removeIncompleteFile([&] {
+        file.reset();
+        if (fileAttempted && !keepFile) {
+            DeleteExtractionFile(directory, fileName);
+        }
+    });
+
+    const int32_t status = RunAsStatus([&] {
+        // Checked before the destination is touched, so a host's file of that name survives.
+        if (index >= m_smVecObjects.size()) {
+            RaiseTarnError(m_log, NetWorkerStatus::InvalidArgument, kMethod,
+                           L"Catalogue index %u out of range (%u entries)",
+                           static_cast<unsigned>(index),
+                           static_cast<unsigned>(m_smVecObjects.size()));
+        }
+        fileAttempted = true;
+        file = CreateExtractionFile(directory, fileName);
+        if (file == nullptr) {
+            RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod, L"Could not Create File");
+        }
+        return CopyObjectToFile(index, *file, progress, error);
+    });
+
+    keepFile = !(status < 0 || status == NetWorkerStatus::Cancelled);
+    removeIncompleteFile.RunNow();
+    endData.RunNow();
+    return status;
+}
+
+uint32_t NetWorkerApiExecutor::OpenObject(uint32_t index, BSA_DataBlock32* block) {
+    static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
+    BSA_ObjectDescriptor descriptor{};
+    const CatalogueEntry entry = m_smVecObjects[index];
+    LoadLrgVecObjects(m_log, entry, &descriptor);
+
+    m_inGetObject.store(true, std::memory_order_relaxed);
+    const int32_t rc = m_wrapper->BSAGetObject(m_handle, &descriptor, block);
+    m_inGetObject.store(false, std::memory_order_relaxed);
+    const int32_t status = BSAError2HResult(rc, m_log);
+    if (status < 0) {
+        RaiseTarnError(m_log, status, kMethod, L"BSAGetObject failed");
+    }
+    // Lengths in the data block are used as 16-bit values: a buffer never exceeds 65535.
+    const uint16_t wanted = static_cast<uint16_t>(block->bufferLen);
+    return wanted > kTransferBufferSize ? wanted : kTransferBufferSize;
+}
+
+int32_t NetWorkerApiExecutor::CopyObjectToFile(uint32_t index, ExecutorFile& file,
+                                               INetWorkerUpdateProgressCallBack* progress,
+                                               INetWorkerErrorCallBack* error) {
+    static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
+    BSA_DataBlock32 block{};
+    const uint32_t bufferSize = OpenObject(index, &block);
+    const std::unique_ptr<uint8_t[]> buffer(new uint8_t[bufferSize]);
+
+    ProgressThrottle reports(progress, m_progress, m_system);
+    if (reports.Active()) {
+        // This first answer also replaces a pending cancellation (kept on purpose:
+        // docs/compatibility.md, "the host's answer wins").
+        SetCancelled(reports.Start());
+    }
+    int32_t status = NetWorkerStatus::Success;
+    int32_t rc = 0;
+    do {
+        if (Cancelled()) {
+            RaiseTarnError(m_log, NetWorkerStatus::Cancelled, kMethod, kCancelledMessage);
+        }
+        block.bufferLen = bufferSize;
+        block.numBytes = bufferSize;
+        block.bufferPtr = buffer.get();
+        rc = m_wrapper->BSAGetData(m_handle, &block);
+        status = BSAError2HResult(rc, m_log);
+        if (status < 0) {
+            RaiseTarnError(m_log, status, kMethod, L"BSAGetData failed");
+        }
+        const uint16_t delivered = static_cast<uint16_t>(block.numBytes);
+        if (delivered > bufferSize) {
+            RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod,
+                           L"BSAGetData delivered more than the buffer holds");
+        }
+        uint32_t written = 0;
+        status = WriteBlock(file, buffer.get(), delivered, status, error, &written);
+        if (reports.AfterBlock(written)) {
+            SetCancelled(true);
+        }
+    } while (status >= 0 && rc != kNoMoreData);
+
+    if (reports.Finish()) {
+        SetCancelled(true);  // too late to change this file's result
+    }
+    return status;
+}
+
+int32_t NetWorkerApiExecutor::WriteBlock(ExecutorFile& file, const uint8_t* data, uint32_t size,
                                          int32_t status, INetWorkerErrorCallBack* error,
                                          uint32_t* written) {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
@@ -329,7 +493,7 @@ int32_t NetWorkerApiExecutor::WriteBlock(HANDLE file, const uint8_t* data, uint3
     // A short write goes on with the rest, so a block is never half-kept.
     while (*written < size) {
         uint32_t done = 0;
-        if (m_system.WriteFile(file, data + *written, size - *written, &done)) {
+        if (file.Write(data + *written, size - *written, &done)) {
             *written += done;
             if (done == 0) {
                 RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod, L"WriteFile Failed");
@@ -340,7 +504,7 @@ int32_t NetWorkerApiExecutor::WriteBlock(HANDLE file, const uint8_t* data, uint3
             RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod, L"WriteFile Failed");
         }
         // The host may free space and answer 1246 to retry; its answer becomes the block's
-        // status, so a successful retry on the last block returns 1246 (hosts check for it).
+        // status (kept on purpose: docs/compatibility.md, "1246 after a retry").
         status = static_cast<int32_t>(ReportError(error, NwErrorDiskFull));
         if (status != static_cast<int32_t>(NetWorkerWinError::Continue)) {
             SetCancelled(true);
@@ -350,142 +514,25 @@ int32_t NetWorkerApiExecutor::WriteBlock(HANDLE file, const uint8_t* data, uint3
     return status;
 }
 
-int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directory,
-                                          const wchar_t* fileName,
-                                          INetWorkerUpdateProgressCallBack* progress,
-                                          INetWorkerErrorCallBack* error) {
-    static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
-    NWX_TRACE_METHOD(m_log, kMethod);
-
-    std::unique_ptr<uint8_t[]> buffer(new uint8_t[kTransferBufferSize]);
-    uint32_t bufferSize = kTransferBufferSize;
-    UniqueFileHandle file;
-    bool fileAttempted = false;
-    bool completed = false;
-    uint32_t pendingBytes = 0;
-    int32_t status = NetWorkerStatus::Success;
-    try {
-        // Checked before the destination is touched, so a host's file of that name survives.
-        if (index >= m_smVecObjects.size()) {
-            RaiseTarnError(m_log, NetWorkerStatus::InvalidArgument, kMethod,
-                           L"Catalogue index %u out of range (%u entries)",
-                           static_cast<unsigned>(index),
-                           static_cast<unsigned>(m_smVecObjects.size()));
-        }
-        fileAttempted = true;
-        file.reset(CreateExtractionFile(directory, fileName));
-        if (!file) {
-            RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod, L"Could not Create File");
-        }
-
-        BSA_DataBlock32 block{};
-        BSA_ObjectDescriptor descriptor{};
-        const CatalogueEntry entry = m_smVecObjects[index];
-        LoadLrgVecObjects(m_log, entry, &descriptor);
-
-        m_inGetObject.store(true, std::memory_order_relaxed);
-        const int32_t openRc = m_wrapper->BSAGetObject(m_handle, &descriptor, &block);
-        m_inGetObject.store(false, std::memory_order_relaxed);
-        status = BSAError2HResult(openRc, m_log);
-        if (status < 0) {
-            RaiseTarnError(m_log, status, kMethod, L"BSAGetObject failed");
-        }
-
-        // Lengths in the data block are used as 16-bit values: a buffer never exceeds 65535.
-        const uint16_t wanted = static_cast<uint16_t>(block.bufferLen);
-        if (wanted > kTransferBufferSize) {
-            buffer.reset();
-            buffer.reset(new uint8_t[wanted]);
-            bufferSize = wanted;
-        }
-
-        uint32_t lastReport = 0;  // the first block is therefore reported at once
-        if (progress != nullptr) {
-            m_progress.state = 1;
-            m_progress.bytesDone = 0;
-            // This first answer also replaces a pending cancellation.
-            SetCancelled(progress->UpdateProgress(&m_progress));
-        }
-
-        int32_t rc = 0;
-        do {
-            if (Cancelled()) {
-                RaiseTarnError(m_log, NetWorkerStatus::Cancelled, kMethod, kCancelledMessage);
-            }
-            block.bufferLen = bufferSize;
-            block.numBytes = bufferSize;
-            block.bufferPtr = buffer.get();
-            rc = m_wrapper->BSAGetData(m_handle, &block);
-            status = BSAError2HResult(rc, m_log);
-            if (status < 0) {
-                RaiseTarnError(m_log, status, kMethod, L"BSAGetData failed");
-            }
-            const uint16_t delivered = static_cast<uint16_t>(block.numBytes);
-            if (delivered > bufferSize) {
-                RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod,
-                               L"BSAGetData delivered more than the buffer holds");
-            }
-            uint32_t written = 0;
-            status = WriteBlock(file.get(), buffer.get(), delivered, status, error, &written);
-
-            if (progress != nullptr) {
-                pendingBytes += written;
-                const uint32_t now = m_system.TickCount();
-                if (now - lastReport >= kProgressIntervalMs) {
-                    lastReport = now;
-                    m_progress.bytesDone = pendingBytes;
-                    if (progress->UpdateProgress(&m_progress)) {
-                        SetCancelled(true);
-                    }
-                    pendingBytes = 0;
-                }
-            }
-        } while (status >= 0 && rc != kNoMoreData);
-        completed = true;
-    } catch (TarnError raised) {
-        status = raised.code;
-    }
-
-    if (completed && progress != nullptr && pendingBytes != 0) {
-        m_progress.bytesDone = pendingBytes;
-        if (progress->UpdateProgress(&m_progress)) {
-            SetCancelled(true);  // too late to change this file's result
-        }
-    }
-
-    file.reset();
-    if (fileAttempted && (status < 0 || status == NetWorkerStatus::Cancelled)) {
-        DeleteExtractionFile(directory, fileName);
-    }
-    // Ended on every path, also when the object was never opened.
-    const int32_t endStatus = BSAError2HResult(m_wrapper->BSAEndData(m_handle), m_log);
-    if (endStatus < 0) {
-        m_log->Error(kMethod, L"BSAEndData failed with error %08lx.\n",
-                     static_cast<unsigned long>(static_cast<uint32_t>(endStatus)));
-    }
-    return status;
-}
-
-HANDLE NetWorkerApiExecutor::CreateExtractionFile(const wchar_t* directory,
-                                                  const wchar_t* fileName) {
+std::unique_ptr<ExecutorFile> NetWorkerApiExecutor::CreateExtractionFile(const wchar_t* directory,
+                                                                         const wchar_t* fileName) {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::CreateExtractionFile";
     NWX_TRACE_METHOD(m_log, kMethod);
     const int32_t directoryStatus = RecursiveCreateDirectory(directory);
     if (directoryStatus != 0) {
         WriteLastError(static_cast<uint32_t>(directoryStatus));
-        return INVALID_HANDLE_VALUE;
+        return nullptr;
     }
     std::wstring path;
     if (!BuildDestinationPath(directory, fileName, &path)) {
         m_log->Error(kMethod, L"Unable to create file %s. GetLastError() = %#08lx.\n",
                      directory != nullptr ? directory : L"",
-                     static_cast<unsigned long>(ERROR_FILENAME_EXCED_RANGE));
-        WriteLastError(ERROR_FILENAME_EXCED_RANGE);
-        return INVALID_HANDLE_VALUE;
+                     static_cast<unsigned long>(WinError::FilenameExcedRange));
+        WriteLastError(WinError::FilenameExcedRange);
+        return nullptr;
     }
-    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                CREATE_ALWAYS, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
+    std::unique_ptr<ExecutorFile> file = m_system.CreateDestinationFile(path.c_str());
+    if (file == nullptr) {
         const uint32_t lastError = ReadLastError();
         m_log->Error(kMethod, L"Unable to create file %s. GetLastError() = %#08lx.\n", path.c_str(),
                      static_cast<unsigned long>(lastError));
@@ -498,22 +545,24 @@ int32_t NetWorkerApiExecutor::DeleteExtractionFile(const wchar_t* directory,
                                                    const wchar_t* fileName) {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::DeleteExtractionFile";
     NWX_TRACE_METHOD(m_log, kMethod);
-    try {
+    // A failure is logged as a raised error, caught at once; the caller's result stands
+    // (kept on purpose: docs/compatibility.md, "delete failure as a Windows number").
+    (void)RunAsStatus([&] {
         std::wstring path;
         if (!BuildDestinationPath(directory, fileName, &path)) {
-            WriteLastError(ERROR_FILENAME_EXCED_RANGE);
-            RaiseTarnError(m_log, ERROR_FILENAME_EXCED_RANGE, kMethod, L"DeleteFile failed\n");
+            WriteLastError(WinError::FilenameExcedRange);
+            RaiseTarnError(m_log, static_cast<int32_t>(WinError::FilenameExcedRange), kMethod,
+                           L"DeleteFile failed\n");
         }
-        if (!::DeleteFileW(path.c_str())) {
+        if (!m_system.DeleteDestinationFile(path.c_str())) {
             const uint32_t lastError = ReadLastError();
             RaiseTarnError(
                 m_log,
                 static_cast<int32_t>(lastError != 0 ? lastError : NetWorkerWinError::WriteFault),
                 kMethod, L"DeleteFile failed\n");
         }
-    } catch (TarnError) {
-        // Logged; the caller's result stands.
-    }
+        return NetWorkerStatus::Success;
+    });
     return 0;
 }
 
@@ -539,13 +588,13 @@ int32_t NetWorkerApiExecutor::RecursiveCreateDirectory(const wchar_t* directory)
     std::wstring current = plan.root;
     for (const std::wstring& level : plan.levels) {
         const std::wstring target = current + level;
-        if (!m_system.CreateDirectory(target.c_str())) {
+        if (!m_system.MakeDirectory(target.c_str())) {
             const uint32_t lastError = ReadLastError();
-            if (lastError != ERROR_ALREADY_EXISTS) {
+            if (lastError != WinError::AlreadyExists) {
                 m_log->Error(kMethod, L"Unable to create directory %#08lx.\n",
                              static_cast<unsigned long>(lastError));
-                // A real failure still returns 0: it surfaces one step later as "Unable to
-                // create file", which is the report hosts know.
+                // A real failure still returns 0 (kept on purpose: docs/compatibility.md,
+                // "directory failure one step later").
                 return lastError == 0 ? static_cast<int32_t>(NetWorkerWinError::WriteFault) : 0;
             }
         }

@@ -1,22 +1,23 @@
 #pragma once
 // The in-process executor: talks to NetWorker's XBSA library through an INetWorkerApiWrapper
 // on the caller's thread. Quit may come from a second thread; it only flips flags that the
-// working thread polls once per catalogue object and once per data block.
-
-#include <windows.h>
+// working thread polls once per catalogue object and once per data block. Platform-neutral:
+// files, directories and the clock are reached through ExecutorSystem.
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
 
 #include "CatalogueEntry.h"
-#include "common/OwnedLogger.h"
+#include "common/UniqueLogger.h"
 #include "interfaces/INetWorkerApiWrapper.h"
 #include "interfaces/INetWorkerExecutor.h"
 
+class ExecutorFile;
 class ExecutorSystem;
 
-// Substitutes for tests; null members mean the executor's own string pool and kernel32.
+// Substitutes for tests; null members mean the executor's own string pool and
+// DefaultExecutorSystem() (kernel32 on Windows).
 struct ExecutorSeams {
     CatalogueMemory* memory = nullptr;
     ExecutorSystem* system = nullptr;
@@ -58,11 +59,20 @@ private:
     bool FireFileFoundEvent(INetWorkerFileFoundCallBack* fileFound, const std::tm& createTime,
                             uint64_t size, uint32_t index, BSA_UInt64 restoreOrder,
                             const char* path);
-    HANDLE CreateExtractionFile(const wchar_t* directory, const wchar_t* fileName);
+    // Null (with the thread's last error set) when the directory or the file cannot be made.
+    std::unique_ptr<ExecutorFile> CreateExtractionFile(const wchar_t* directory,
+                                                       const wchar_t* fileName);
     int32_t DeleteExtractionFile(const wchar_t* directory, const wchar_t* fileName);
     int32_t RecursiveCreateDirectory(const wchar_t* directory);
+    // Opens catalogue entry `index` with BSAGetObject; returns the transfer buffer's size.
+    uint32_t OpenObject(uint32_t index, BSA_DataBlock32* block);
+    // Opens the object and copies its data block by block into `file`, reporting progress;
+    // returns the last block's status.
+    int32_t CopyObjectToFile(uint32_t index, ExecutorFile& file,
+                             INetWorkerUpdateProgressCallBack* progress,
+                             INetWorkerErrorCallBack* error);
     // Writes one block, asking the host when the disk is full; returns the block's status.
-    int32_t WriteBlock(HANDLE file, const uint8_t* data, uint32_t size, int32_t status,
+    int32_t WriteBlock(ExecutorFile& file, const uint8_t* data, uint32_t size, int32_t status,
                        INetWorkerErrorCallBack* error, uint32_t* written);
 
     bool Cancelled() const { return m_cancel.load(std::memory_order_relaxed); }
@@ -85,6 +95,6 @@ private:
     CatalogueStringPool m_stringPool;
     CatalogueMemory& m_memory;
     ExecutorSystem& m_system;
-    OwnedLogger m_logger;
+    UniqueLogger m_logger;
     ILog* m_log;
 };

@@ -13,7 +13,8 @@
 
 namespace {
 
-// The service configuration buffer, and the smaller size announced for it on purpose.
+// The service configuration buffer, and the smaller size announced for it (kept on purpose:
+// docs/compatibility.md, "4086 of 4096 bytes").
 constexpr DWORD kServiceConfigCapacity = 4096;
 constexpr DWORD kServiceConfigAnnounced = 4086;
 
@@ -30,9 +31,10 @@ std::string_view BoundedField(const char (&field)[N]) {
 }
 
 // A module field gets a new load. A retried Initialize overwrites handles of an earlier
-// partial load without freeing them; hosts have always seen those libraries stay loaded.
+// partial load without freeing them (kept on purpose: docs/compatibility.md, "libraries of a
+// partial load stay").
 void StoreModule(UniqueModule& field, HMODULE module) {
-    (void)field.release();
+    LeakOnPurpose(field);
     field.reset(module);
 }
 
@@ -53,10 +55,116 @@ struct NsrInfoPipes {
     }
 };
 
+// The trace name of CorrectFileSize, under which its helpers below also log.
+constexpr wchar_t kCorrectFileSizeMethod[] = L"NetWorkerApiWrapper::CorrectFileSize";
+
+// One nsrinfo.exe run: the program and the argument line, narrow for CreateProcessA and wide
+// for the log.
+struct NsrInfoCommand {
+    char program[kNsrInfoTextCapacity] = {};
+    wchar_t wideProgram[kNsrInfoTextCapacity] = {};
+    char arguments[kNsrInfoTextCapacity] = {};
+    wchar_t wideArguments[kNsrInfoTextCapacity] = {};
+};
+
+// "<install directory>\nsrinfo.exe", or the bare name without an installation directory (the
+// system's search then finds the tool), and "-v -V -s <server> -n msexch -N "<space>:<path>"
+// <client>".
+void BuildNsrInfoCommand(const std::wstring& installDir, const BSA_ObjectDescriptor& desc,
+                         const char* serverName, const char* clientName, NsrInfoCommand* command) {
+    char quotedName[kNsrInfoTextCapacity] = {};
+    FormatQuotedObjectName(quotedName, sizeof(quotedName),
+                           BoundedField(desc.objectName.objectSpaceName),
+                           BoundedField(desc.objectName.pathName));
+    if (!installDir.empty()) {
+        FormatWide(command->wideProgram, kNsrInfoTextCapacity, L"%ls\\nsrinfo.exe",
+                   installDir.c_str());
+        WideCharToMultiByte(CP_ACP, 0, command->wideProgram, -1, command->program,
+                            static_cast<int>(kNsrInfoTextCapacity), nullptr, nullptr);
+    } else {
+        std::strcpy(command->program, "nsrinfo.exe");
+        MultiByteToWideChar(CP_ACP, 0, command->program, -1, command->wideProgram,
+                            static_cast<int>(kNsrInfoTextCapacity));
+    }
+    FormatNsrInfoArguments(command->arguments, sizeof(command->arguments), serverName, quotedName,
+                           clientName);
+    MultiByteToWideChar(CP_ACP, 0, command->arguments, -1, command->wideArguments,
+                        static_cast<int>(kNsrInfoTextCapacity));
+}
+
+// What one run gave: its exit code and the first bytes of its output, terminated.
+struct NsrInfoRun {
+    DWORD exitCode = 0;
+    char output[kNsrInfoReadLimit + 1] = {};
+    DWORD bytesRead = 0;
+};
+
+// Starts the tool with its standard output and error on one pipe (writing its command to the
+// log once the pipes exist), waits for it to end and reads its output once. A pipe or the
+// process that cannot be made raises 1627.
+void RunNsrInfo(ILog* log, NsrInfoCommand& command, NsrInfoRun* run) {
+    NsrInfoPipes pipes;
+    SECURITY_ATTRIBUTES inheritable = {};
+    inheritable.nLength = sizeof(inheritable);
+    inheritable.lpSecurityDescriptor = nullptr;
+    inheritable.bInheritHandle = TRUE;
+
+    if (!CreatePipe(pipes.outputRead.put(), pipes.outputWrite.put(), &inheritable, 0)) {
+        RaiseTarnError(log, NetWorkerStatus::FunctionFailed, kCorrectFileSizeMethod,
+                       L"CreatePipe stdout failed");
+    }
+    const HANDLE self = GetCurrentProcess();
+    if (!DuplicateHandle(self, pipes.outputWrite.get(), self, pipes.errorWrite.put(), 0, TRUE,
+                         DUPLICATE_SAME_ACCESS)) {
+        RaiseTarnError(log, NetWorkerStatus::FunctionFailed, kCorrectFileSizeMethod,
+                       L"DuplicateHandle failed");
+    }
+    if (!CreatePipe(pipes.inputRead.put(), pipes.inputWrite.put(), &inheritable, 0)) {
+        RaiseTarnError(log, NetWorkerStatus::FunctionFailed, kCorrectFileSizeMethod,
+                       L"CreatePipe stdin failed");
+    }
+
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = pipes.inputRead.get();
+    startup.hStdOutput = pipes.outputWrite.get();
+    startup.hStdError = pipes.errorWrite.get();
+
+    log->Info(kCorrectFileSizeMethod, L"%ls %ls", command.wideProgram, command.wideArguments);
+    // The argument line alone, without the program name (kept on purpose:
+    // docs/compatibility.md, "nsrinfo.exe without its name").
+    PROCESS_INFORMATION child = {};
+    if (!CreateProcessA(command.program, command.arguments, nullptr, nullptr, TRUE,
+                        CREATE_NO_WINDOW, nullptr, nullptr, &startup, &child)) {
+        RaiseTarnError(log, NetWorkerStatus::FunctionFailed, kCorrectFileSizeMethod,
+                       L"CreateProcess failed: %ls", command.wideProgram);
+    }
+    UniqueHandle childProcess(child.hProcess);
+    UniqueHandle childThread(child.hThread);
+    // The child's handles are never closed (kept on purpose: docs/compatibility.md, "kept child
+    // handles").
+    const HANDLE process = LeakOnPurpose(childProcess);
+    LeakOnPurpose(childThread);
+
+    // Wait first, read after, without a limit (kept on purpose: docs/compatibility.md,
+    // "unbounded wait for nsrinfo.exe").
+    WaitForSingleObject(process, INFINITE);
+
+    if (!GetExitCodeProcess(process, &run->exitCode)) {
+        log->Error(kCorrectFileSizeMethod, L"GetExitCodeProcess failed. GetLastError() 0x%08lx",
+                   static_cast<unsigned long>(GetLastError()));
+    }
+    if (!ReadFile(pipes.outputRead.get(), run->output, static_cast<DWORD>(kNsrInfoReadLimit),
+                  &run->bytesRead, nullptr)) {
+        run->bytesRead = 0;
+    }
+    run->output[run->bytesRead] = '\0';
+}
+
 }  // namespace
 
-NetWorkerApiWrapper::NetWorkerApiWrapper()
-    : m_log(OwnedLogger::AcquireOrThrow(L"NetWorkerApiWrapper")) {}
+NetWorkerApiWrapper::NetWorkerApiWrapper() : m_log(AcquireLoggerOrThrow(L"NetWorkerApiWrapper")) {}
 
 NetWorkerApiWrapper::~NetWorkerApiWrapper() {
     // Frees while the logger still takes the trace lines; m_log goes next, m_installDir last.
@@ -70,36 +178,34 @@ int32_t NetWorkerApiWrapper::Initialize() {
         return NetWorkerStatus::Success;
     }
 
-    int32_t status = NetWorkerStatus::Success;
-    try {
-        status = GetInstallDirectory(m_installDir);
-        // Only a negative status stops here. The lookup's own codes (110, 1627) are positive,
-        // so loading carries on with the directory as it stood: hosts depend on that.
+    return RunAsStatus([&] {
+        const int32_t status = GetInstallDirectory(m_installDir);
+        // Only a negative status stops here: after the lookup's own positive 110 or 1627
+        // loading carries on with the directory as it stood (kept on purpose:
+        // docs/compatibility.md, "positive failure codes").
         if (status < 0) {
             RaiseTarnError(Log(), status, kMethod, L"GetInstallDirectory Failed");
         }
         LoadNetWorkerLibraries(m_installDir);
         GetNetWorkerProcAddresses();
         InitializeNetWorkerApi();
-    } catch (TarnError error) {
-        return error.code;
-    }
-    m_initialized = true;
-    return status;
+        m_initialized = true;
+        return status;
+    });
 }
 
 int32_t NetWorkerApiWrapper::GetInstallDirectory(std::wstring& dir) {
     static const wchar_t kMethod[] = L"NetWorkerApiWrapper::GetInstallDirectory";
     NWX_TRACE_METHOD(Log(), kMethod);
-    try {
+    return RunAsStatus([&] {
         UniqueServiceHandle manager(
             OpenSCManagerW(nullptr, SERVICES_ACTIVE_DATABASEW, GENERIC_READ));
         if (!manager) {
             RaiseTarnError(Log(), NetWorkerStatus::OpenFailed, kMethod,
                            L"Could not open SCManager");
         }
-        // The service manager handle is never closed; kept as hosts have always seen it.
-        const SC_HANDLE managerHandle = manager.release();
+        // Never closed (kept on purpose: docs/compatibility.md, "kept service manager handle").
+        const SC_HANDLE managerHandle = LeakOnPurpose(manager);
 
         UniqueServiceHandle service(OpenServiceW(managerHandle, L"nsrexecd", SERVICE_QUERY_CONFIG));
         if (!service) {
@@ -111,8 +217,8 @@ int32_t NetWorkerApiWrapper::GetInstallDirectory(std::wstring& dir) {
         auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer);
         DWORD needed = 0;
         if (!QueryServiceConfigW(service.get(), config, kServiceConfigAnnounced, &needed)) {
-            // This path has always left the service handle open; hosts see no change.
-            (void)service.release();
+            // Left open (kept on purpose: docs/compatibility.md, "kept service handle").
+            LeakOnPurpose(service);
             RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
                            L"QueryServiceConfig failed");
         }
@@ -122,10 +228,8 @@ int32_t NetWorkerApiWrapper::GetInstallDirectory(std::wstring& dir) {
             dir = StripBeforeDriveLetter(dir);
         }
         dir = CutAtLastBackslash(dir);
-    } catch (TarnError error) {
-        return error.code;
-    }
-    return NetWorkerStatus::Success;
+        return NetWorkerStatus::Success;
+    });
 }
 
 void NetWorkerApiWrapper::LoadNetWorkerLibraries(std::wstring dir) {
@@ -207,7 +311,7 @@ void NetWorkerApiWrapper::InitializeNetWorkerApi() {
 
 void NetWorkerApiWrapper::FreeNetWorkerLibraries() {
     NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::FreeNetWorkerLibraries");
-    // Load order, not reversed: hosts have always seen liblocal.dll go first.
+    // Load order, not reversed (kept on purpose: docs/compatibility.md, "load order on unload").
     m_liblocal.reset();
     m_librpc.reset();
     m_librap.reset();
@@ -234,7 +338,8 @@ int32_t NetWorkerApiWrapper::BSABeginTxn(BSA_Handle handle) {
 
 int32_t NetWorkerApiWrapper::BSAEndTxn(BSA_Handle handle) {
     NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSAEndTxn");
-    // The handle alone, no vote: hosts and NetWorker have always used this one-argument form.
+    // The handle alone, no vote (kept on purpose: docs/compatibility.md, "BSAEndTxn with the
+    // handle alone").
     return m_BSAEndTxn(handle);
 }
 
@@ -273,121 +378,35 @@ int32_t NetWorkerApiWrapper::BSAEndData(BSA_Handle handle) {
 
 int32_t NetWorkerApiWrapper::CorrectFileSize(const BSA_ObjectDescriptor* desc, uint64_t* size,
                                              const char* serverName, const char* clientName) {
-    static const wchar_t kMethod[] = L"NetWorkerApiWrapper::CorrectFileSize";
-    NWX_TRACE_METHOD(Log(), kMethod);
-    NsrInfoPipes pipes;
+    NWX_TRACE_METHOD(Log(), kCorrectFileSizeMethod);
     if (size != nullptr) {
         *size = 0;
     }
-
-    int32_t status = NetWorkerStatus::Success;
-    try {
+    return RunAsStatus([&] {
         if (desc == nullptr || size == nullptr || serverName == nullptr || clientName == nullptr) {
-            RaiseTarnError(Log(), NetWorkerStatus::InvalidArgument, kMethod,
+            RaiseTarnError(Log(), NetWorkerStatus::InvalidArgument, kCorrectFileSizeMethod,
                            L"CorrectFileSize called with a null argument");
         }
-
-        SECURITY_ATTRIBUTES inheritable = {};
-        inheritable.nLength = sizeof(inheritable);
-        inheritable.lpSecurityDescriptor = nullptr;
-        inheritable.bInheritHandle = TRUE;
-
-        if (!CreatePipe(pipes.outputRead.put(), pipes.outputWrite.put(), &inheritable, 0)) {
-            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
-                           L"CreatePipe stdout failed");
-        }
-        const HANDLE self = GetCurrentProcess();
-        if (!DuplicateHandle(self, pipes.outputWrite.get(), self, pipes.errorWrite.put(), 0, TRUE,
-                             DUPLICATE_SAME_ACCESS)) {
-            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
-                           L"DuplicateHandle failed");
-        }
-        if (!CreatePipe(pipes.inputRead.put(), pipes.inputWrite.put(), &inheritable, 0)) {
-            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
-                           L"CreatePipe stdin failed");
-        }
-
-        STARTUPINFOA startup = {};
-        startup.cb = sizeof(startup);
-        startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdInput = pipes.inputRead.get();
-        startup.hStdOutput = pipes.outputWrite.get();
-        startup.hStdError = pipes.errorWrite.get();
-
-        char quotedName[kNsrInfoTextCapacity] = {};
-        FormatQuotedObjectName(quotedName, sizeof(quotedName),
-                               BoundedField(desc->objectName.objectSpaceName),
-                               BoundedField(desc->objectName.pathName));
-
-        char programPath[kNsrInfoTextCapacity] = {};
-        wchar_t wideProgramPath[kNsrInfoTextCapacity] = {};
-        if (!m_installDir.empty()) {
-            FormatWide(wideProgramPath, kNsrInfoTextCapacity, L"%ls\\nsrinfo.exe",
-                       m_installDir.c_str());
-            WideCharToMultiByte(CP_ACP, 0, wideProgramPath, -1, programPath,
-                                static_cast<int>(kNsrInfoTextCapacity), nullptr, nullptr);
-        } else {
-            // The bare name: the system's search finds the tool.
-            std::strcpy(programPath, "nsrinfo.exe");
-            MultiByteToWideChar(CP_ACP, 0, programPath, -1, wideProgramPath,
-                                static_cast<int>(kNsrInfoTextCapacity));
-        }
-
-        char arguments[kNsrInfoTextCapacity] = {};
-        wchar_t wideArguments[kNsrInfoTextCapacity] = {};
-        FormatNsrInfoArguments(arguments, sizeof(arguments), serverName, quotedName, clientName);
-        MultiByteToWideChar(CP_ACP, 0, arguments, -1, wideArguments,
-                            static_cast<int>(kNsrInfoTextCapacity));
-
-        Log()->Info(kMethod, L"%ls %ls", wideProgramPath, wideArguments);
-
-        // The argument line alone, without the program name: the child's first word is "-v",
-        // which NetWorker's tool has always accepted.
-        PROCESS_INFORMATION child = {};
-        if (!CreateProcessA(programPath, arguments, nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
-                            nullptr, nullptr, &startup, &child)) {
-            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
-                           L"CreateProcess failed: %ls", wideProgramPath);
-        }
-        UniqueHandle childProcess(child.hProcess);
-        UniqueHandle childThread(child.hThread);
-        // The child's process and thread handles are never closed; kept as hosts have seen it.
-        const HANDLE process = childProcess.release();
-        (void)childThread.release();
-
-        // Wait first, read after: a silent child or one that overfills the pipe never lets
-        // this return. Hosts have always had this unbounded wait.
-        WaitForSingleObject(process, INFINITE);
-
-        DWORD exitCode = 0;
-        if (!GetExitCodeProcess(process, &exitCode)) {
-            Log()->Error(kMethod, L"GetExitCodeProcess failed. GetLastError() 0x%08lx",
-                         static_cast<unsigned long>(GetLastError()));
-        }
-
-        char output[kNsrInfoReadLimit + 1] = {};
-        DWORD bytesRead = 0;
-        if (!ReadFile(pipes.outputRead.get(), output, static_cast<DWORD>(kNsrInfoReadLimit),
-                      &bytesRead, nullptr)) {
-            bytesRead = 0;
-        }
-        output[bytesRead] = '\0';
-
-        if (exitCode != 0) {
-            Log()->Info(kMethod, L"%ls %ls", wideProgramPath, wideArguments);
-            Log()->Info(kMethod, L"%S", output);
-            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod,
-                           L"nsrinfo.exe failed: 0x%08lx", static_cast<unsigned long>(exitCode));
+        NsrInfoCommand command;
+        BuildNsrInfoCommand(m_installDir, *desc, serverName, clientName, &command);
+        NsrInfoRun run;
+        RunNsrInfo(Log(), command, &run);
+        if (run.exitCode != 0) {
+            Log()->Info(kCorrectFileSizeMethod, L"%ls %ls", command.wideProgram,
+                        command.wideArguments);
+            Log()->Info(kCorrectFileSizeMethod, L"%S", run.output);
+            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kCorrectFileSizeMethod,
+                           L"nsrinfo.exe failed: 0x%08lx",
+                           static_cast<unsigned long>(run.exitCode));
         }
 
         // No marker, an empty read or a failed read: reported like an unreadable value.
-        const NsrInfoSize parsed = ParseNsrInfoSize(std::string_view(output, bytesRead));
+        const NsrInfoSize parsed = ParseNsrInfoSize(std::string_view(run.output, run.bytesRead));
         if (parsed.outcome != NsrInfoSizeOutcome::Parsed) {
-            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kMethod, L"Invalid file size");
+            RaiseTarnError(Log(), NetWorkerStatus::FunctionFailed, kCorrectFileSizeMethod,
+                           L"Invalid file size");
         }
         *size = parsed.size;
-    } catch (TarnError error) {
-        status = error.code;
-    }
-    return status;
+        return NetWorkerStatus::Success;
+    });
 }

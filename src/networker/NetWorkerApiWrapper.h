@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "common/OwnedLogger.h"
+#include "common/UniqueLogger.h"
 #include "common/UniqueHandle.h"
 #include "interfaces/INetWorkerApiWrapper.h"
 #include "interfaces/xbsa.h"
@@ -45,7 +45,7 @@ private:
     void InitializeNetWorkerApi();
     void FreeNetWorkerLibraries();
 
-    ILog* Log() const { return m_log.Get(); }
+    ILog* Log() const { return m_log.get(); }
 
     // Entry-point table, in resolution order.
     LgInitFn m_lginit = nullptr;
@@ -74,5 +74,5 @@ private:
     UniqueModule m_libbsa;
 
     // Declared last, so it is released after FreeNetWorkerLibraries has traced.
-    OwnedLogger m_log;
+    UniqueLogger m_log;
 };

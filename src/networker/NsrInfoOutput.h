@@ -16,7 +16,8 @@ size_t FormatQuotedObjectName(char* out, size_t capacity, std::string_view objec
                               std::string_view pathName);
 
 // "-v -V -s <server> -n msexch -N <quotedName> <client>" into out, as above. This is the whole
-// command line handed to the child: the program name is deliberately not in front of it.
+// command line handed to the child: the program name is not in front of it (kept on purpose:
+// docs/compatibility.md, "nsrinfo.exe without its name").
 size_t FormatNsrInfoArguments(char* out, size_t capacity, std::string_view serverName,
                               std::string_view quotedName, std::string_view clientName);
 
@@ -38,7 +39,7 @@ struct NsrInfoSize {
 
 // The size in the tool's output. Only the first kNsrInfoReadLimit bytes are looked at; the
 // markers are searched up to the first zero byte. The value starts 5 characters past the first
-// "size=", else past the first "size =" (whose value therefore starts at '=' and yields 0:
-// hosts rely on that asymmetry), and must end at ',' or ' ' within 19 characters; line breaks
-// and the end of the output do not end it.
+// "size=", else past the first "size =" (whose value therefore starts at '=' and yields 0;
+// kept on purpose: docs/compatibility.md, "spaced size marker"), and must end at ',' or ' '
+// within 19 characters; line breaks and the end of the output do not end it.
 NsrInfoSize ParseNsrInfoSize(std::string_view output);

@@ -3,16 +3,15 @@
 #include <stdexcept>
 
 #include "common/MethodTracer.h"
+#include "common/WideFormat.h"
 
 namespace {
 
 constexpr wchar_t kPipePrefix[] = L"\\\\.\\pipe\\";
 constexpr DWORD kPipeBufferSize = 2048;
 
-// The pipe transport writes no "Method End" when an exception leaves an operation.
-#define NWX_TRACE_PIPE_METHOD(log, method)                                        \
-    ScopedMethodTracer NWX_TRACE_CONCAT(methodTracer_, __LINE__)((log), (method), \
-                                                                 MethodEndOnUnwind::Skip)
+// The transport's operations trace with MethodEndOnUnwind::Skip: no "Method End" when an
+// exception leaves them.
 
 std::wstring WidenByCharacter(const std::string& text) {
     std::wstring wide;
@@ -25,16 +24,17 @@ std::wstring WidenByCharacter(const std::string& text) {
 
 }  // namespace
 
-NamedPipeConnection::NamedPipeConnection()
-    : m_log(OwnedLogger::AcquireOrThrow(L"NamedPipeConnection")) {}
+NamedPipeConnection::NamedPipeConnection() : m_log(AcquireLoggerOrThrow(L"NamedPipeConnection")) {}
 
 NamedPipeConnection::~NamedPipeConnection() {
     ClosePipe();
 }
 
 void NamedPipeConnection::Fail(const wchar_t* method, const std::string& text) {
-    if (m_log.Get() != nullptr) {
-        m_log.Get()->Error(method, WidenByCharacter(text).c_str());
+    if (m_log.get() != nullptr) {
+        // The text goes to the logger as its format; its percent signs are doubled so that it
+        // is written as it stands.
+        m_log.get()->Error(method, AsLiteralFormat(WidenByCharacter(text)).c_str());
     }
     throw std::runtime_error(text);
 }
@@ -45,10 +45,11 @@ void NamedPipeConnection::FailWithError(const wchar_t* method, const char* text,
 
 void NamedPipeConnection::OpenNewPipe(const wchar_t* name) {
     static constexpr wchar_t kMethod[] = L"NamedPipeConnection::OpenNewPipe";
-    NWX_TRACE_PIPE_METHOD(m_log.Get(), kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     m_pipeName = std::wstring(kPipePrefix) + name;
-    // A second OpenNewPipe deliberately leaves an earlier server end open: hosts open once.
-    (void)m_pipe.release();
+    // An earlier server end stays open (kept on purpose: docs/compatibility.md, "second server
+    // end").
+    LeakOnPurpose(m_pipe);
     m_pipe.reset(::CreateNamedPipeW(m_pipeName.c_str(), PIPE_ACCESS_DUPLEX,
                                     PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT,
                                     PIPE_UNLIMITED_INSTANCES, kPipeBufferSize, kPipeBufferSize, 0,
@@ -61,17 +62,17 @@ void NamedPipeConnection::OpenNewPipe(const wchar_t* name) {
 
 void NamedPipeConnection::WaitForConnection() {
     static constexpr wchar_t kMethod[] = L"NamedPipeConnection::WaitForConnection";
-    NWX_TRACE_PIPE_METHOD(m_log.Get(), kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     ThrowIfPipeNotConnected();
     if (!m_isServer) {
-        m_log.Get()->Info(kMethod, L"Pipe already open.  Using existing pipe");
+        m_log.get()->Info(kMethod, L"Pipe already open.  Using existing pipe");
         return;
     }
-    m_log.Get()->Debug(kMethod, L"Waiting to ConnectNamedPipe...");
+    m_log.get()->Debug(kMethod, L"Waiting to ConnectNamedPipe...");
     // A client that opened the pipe between creation and this call shows as 535.
     const bool connected = ::ConnectNamedPipe(m_pipe.get(), nullptr) != FALSE ||
                            ::GetLastError() == ERROR_PIPE_CONNECTED;
-    m_log.Get()->Debug(kMethod, L"ConnectNamedPipe completed");
+    m_log.get()->Debug(kMethod, L"ConnectNamedPipe completed");
     if (!connected) {
         const DWORD error = ::GetLastError();
         ClosePipe();
@@ -84,7 +85,7 @@ void NamedPipeConnection::WaitForConnection() {
 
 void NamedPipeConnection::OpenExisting(const wchar_t* name, uint32_t timeout) {
     static constexpr wchar_t kMethod[] = L"NamedPipeConnection::OpenExisting";
-    NWX_TRACE_PIPE_METHOD(m_log.Get(), kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     if (m_pipe.valid()) {
         Fail(kMethod, "Pipe has already been opened!");
     }
@@ -105,7 +106,8 @@ void NamedPipeConnection::OpenExisting(const wchar_t* name, uint32_t timeout) {
         if (::GetLastError() != ERROR_PIPE_BUSY) {
             FailWithError(kMethod, "Could not open pipe. GetLastError()=", ::GetLastError());
         }
-        // The bare name, without "\\.\pipe\", is what hosts have always had waited on here.
+        // The bare name, without "\\.\pipe\" (kept on purpose: docs/compatibility.md, "bare name
+        // for WaitNamedPipeW").
         if (::WaitNamedPipeW(name, timeout) == FALSE) {
             Fail(kMethod, "Could not open pipe: timed out.");
         }
@@ -114,7 +116,7 @@ void NamedPipeConnection::OpenExisting(const wchar_t* name, uint32_t timeout) {
 
 bool NamedPipeConnection::Receive(unsigned char* buffer, uint32_t* length) {
     static constexpr wchar_t kMethod[] = L"NamedPipeConnection::Receive";
-    NWX_TRACE_PIPE_METHOD(m_log.Get(), kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     ThrowIfPipeNotConnected();
     DWORD bytesRead = 0;
     if (::ReadFile(m_pipe.get(), buffer, *length, &bytesRead, nullptr) != FALSE) {
@@ -126,7 +128,7 @@ bool NamedPipeConnection::Receive(unsigned char* buffer, uint32_t* length) {
     // ClosePipe does); 109 after the other process merely closed or died. Both mean the
     // other end has gone.
     if (error == ERROR_BROKEN_PIPE || error == ERROR_PIPE_NOT_CONNECTED) {
-        m_log.Get()->Info(kMethod, L"The pipe has been disconnected.");
+        m_log.get()->Info(kMethod, L"The pipe has been disconnected.");
         return false;
     }
     FailWithError(kMethod, "ReadFile from pipe failed. GetLastError()=", error);
@@ -134,7 +136,7 @@ bool NamedPipeConnection::Receive(unsigned char* buffer, uint32_t* length) {
 
 uint32_t NamedPipeConnection::Send(const unsigned char* buffer, uint32_t length) {
     static constexpr wchar_t kMethod[] = L"NamedPipeConnection::Send";
-    NWX_TRACE_PIPE_METHOD(m_log.Get(), kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     ThrowIfPipeNotConnected();
     DWORD written = 0;
     if (::WriteFile(m_pipe.get(), buffer, length, &written, nullptr) != FALSE &&
@@ -147,14 +149,14 @@ uint32_t NamedPipeConnection::Send(const unsigned char* buffer, uint32_t length)
 
 void NamedPipeConnection::ThrowIfPipeNotConnected() {
     static constexpr wchar_t kMethod[] = L"NamedPipeConnection::ThrowIfPipeNotConnected";
-    NWX_TRACE_PIPE_METHOD(m_log.Get(), kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     if (!m_pipe.valid()) {
         Fail(kMethod, "Named pipe is not connected!");
     }
 }
 
 void NamedPipeConnection::ClosePipe() {
-    NWX_TRACE_PIPE_METHOD(m_log.Get(), L"NamedPipeConnection::ClosePipe");
+    NWX_TRACE_METHOD(m_log.get(), L"NamedPipeConnection::ClosePipe", MethodEndOnUnwind::Skip);
     if (!m_pipe.valid()) {
         return;
     }

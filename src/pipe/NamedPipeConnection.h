@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <string>
 
-#include "common/OwnedLogger.h"
+#include "common/UniqueLogger.h"
 #include "common/UniqueHandle.h"
 #include "interfaces/INamedPipeConnection.h"
 
@@ -43,5 +43,5 @@ private:
     UniqueFileHandle m_pipe;
     std::wstring m_pipeName;
     bool m_isServer = false;
-    OwnedLogger m_log;
+    UniqueLogger m_log;
 };

@@ -8,7 +8,7 @@
 #include "FindFileSizeHandler.h"
 #include "HostAnswers.h"
 #include "common/MethodTracer.h"
-#include "common/OwnedLogger.h"
+#include "common/UniqueLogger.h"
 #include "pipe/PipeMessageBuilders.h"
 
 namespace {
@@ -36,13 +36,11 @@ template <typename Handler, typename Request>
 bool ServeRequest(const wchar_t* loggerName, const Request& request,
                   bool (Handler::*operation)(const Request&), INamedPipeConnection* connection,
                   INetWorkerExecutor* executor) {
-    ILog* handlerLog = nullptr;
-    const int status = GetLogger(loggerName, &handlerLog);
-    const OwnedLogger owned(handlerLog);  // released after the handler, on every way out
-    if (status != 0) {
+    const UniqueLogger handlerLog = TryAcquireLogger(loggerName);  // outlives the handler
+    if (!handlerLog) {
         return true;
     }
-    Handler handler(connection, executor, handlerLog);
+    Handler handler(connection, executor, handlerLog.get());
     return (handler.*operation)(request);
 }
 

@@ -1,14 +1,10 @@
 #include "NetWorkerNamedPipeExecutor.h"
 
-#include <windows.h>
-
 #include <cstring>
-#include <cwchar>
 #include <stdexcept>
-#include <vector>
 
+#include "common/CivilTime.h"
 #include "common/MethodTracer.h"
-#include "common/UniqueHandle.h"
 #include "interfaces/NetWorkerStatus.h"
 #include "pipe/PipeMessageBuilders.h"
 
@@ -16,13 +12,14 @@ namespace {
 
 constexpr int32_t kStatusFail = NetWorkerStatus::Fail;
 constexpr int32_t kStatusInvalidArg = NetWorkerStatus::InvalidArgument;
-// A closed pipe is reported as the positive Windows error number; hosts rely on it.
+// A closed pipe is reported as the positive Windows error number (kept on purpose:
+// docs/compatibility.md, "positive 109").
 constexpr int32_t kStatusPipeClosed = NetWorkerStatus::PipeClosed;
-constexpr wchar_t kClientProgram[] = L"NetWorker64BitClient.exe";
 
-// The connection throws on failures; a method left by an exception writes no "Method End".
-#define NWX_TRACE_PIPE_METHOD(method) \
-    ScopedMethodTracer methodTracer(m_log.Get(), (method), MethodEndOnUnwind::Skip)
+// A status as the 32 bits that "%08lx" prints, whatever the width of long.
+unsigned long StatusBits(int32_t status) {
+    return static_cast<uint32_t>(status);
+}
 
 uint32_t CancelResponse(bool stop) {
     return stop ? eQuit : eContinue;
@@ -34,41 +31,16 @@ NetWorkerNamedPipeExecutor::NetWorkerNamedPipeExecutor(const wchar_t* pipeName,
                                                        INamedPipeConnection* connection,
                                                        LaunchClientFunction launchClient)
     : m_launchClient(launchClient),
-      m_pipeName(),
       m_connection(connection),
-      m_log(OwnedLogger::AcquireOrThrow(L"NetWorkerNamedPipeExecutor")) {
+      m_log(AcquireLoggerOrThrow(L"NetWorkerNamedPipeExecutor")),
+      m_buffer{} {
     if (pipeName == nullptr || connection == nullptr || launchClient == nullptr) {
         throw std::invalid_argument("pipe name, connection and launcher must be given");
     }
     m_pipeName = pipeName;
-    std::memset(m_buffer, 0, sizeof m_buffer);
 }
 
 NetWorkerNamedPipeExecutor::~NetWorkerNamedPipeExecutor() = default;
-
-long NetWorkerNamedPipeExecutor::StartClientProcess(const wchar_t* pipeName) {
-    // CreateProcessW may write into the command line, so it gets its own copy.
-    std::vector<wchar_t> commandLine(pipeName, pipeName + std::wcslen(pipeName) + 1);
-    STARTUPINFOW startup;
-    std::memset(&startup, 0, sizeof startup);
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process;
-    std::memset(&process, 0, sizeof process);
-    if (!::CreateProcessW(kClientProgram, commandLine.data(), nullptr, nullptr, FALSE,
-                          NORMAL_PRIORITY_CLASS, nullptr, nullptr, &startup, &process)) {
-        const unsigned long error = ::GetLastError();
-        // A failure that leaves no error number still must not count as started: the host
-        // would wait for a helper that never comes.
-        if (error == 0) {
-            return static_cast<long>(0x80004005UL);
-        }
-        return static_cast<long>(error > 0x7FFFFFFFUL ? error : ((error & 0xFFFF) | 0x80070000UL));
-    }
-    // The host never waits for the helper: both handles are closed at once.
-    UniqueHandle processHandle(process.hProcess);
-    UniqueHandle threadHandle(process.hThread);
-    return 0;
-}
 
 template <typename Message>
 void NetWorkerNamedPipeExecutor::SendToHelper(const Message& message) {
@@ -79,10 +51,10 @@ bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method, uint32_t* b
     std::memset(m_buffer, 0, sizeof m_buffer);
     uint32_t length = kIpcMaxMessageSize;
     if (!m_connection->Receive(m_buffer, &length)) {
-        m_log.Get()->Error(method,
+        m_log.get()->Error(method,
                            L"Failed to receive correctly from the pipe. Other end of pipe "
                            L"disconnected while receiving message from pipe! Error: %08lx.",
-                           static_cast<unsigned long>(kStatusPipeClosed));
+                           StatusBits(kStatusPipeClosed));
         *bytesRead = 0;
         return false;
     }
@@ -92,26 +64,26 @@ bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method, uint32_t* b
 
 int32_t NetWorkerNamedPipeExecutor::UnexpectedReply(const wchar_t* method, uint32_t expected,
                                                     uint32_t actual) {
-    // GetFileSize, BeginExtract and EndExtract share Initialize's wording; hosts grep for it.
-    m_log.Get()->Error(method,
+    // GetFileSize, BeginExtract and EndExtract share Initialize's wording (kept on purpose:
+    // docs/compatibility.md, "Initialize's wording").
+    m_log.get()->Error(method,
                        L"The client was unable to initialize. Expected messageType '%d'. Actual "
                        L"messageType '%d'. Error: %08lx.",
                        static_cast<int>(expected), static_cast<int>(actual),
-                       static_cast<unsigned long>(kStatusFail));
+                       StatusBits(kStatusFail));
     return kStatusFail;
 }
 
 int32_t NetWorkerNamedPipeExecutor::RefuseArgument(const wchar_t* method,
                                                    const std::logic_error& refused) {
-    m_log.Get()->Error(method, L"%S Error: %08lx.", refused.what(),
-                       static_cast<unsigned long>(kStatusInvalidArg));
+    m_log.get()->Error(method, L"%S Error: %08lx.", refused.what(), StatusBits(kStatusInvalidArg));
     return kStatusInvalidArg;
 }
 
 int32_t NetWorkerNamedPipeExecutor::InvalidMessageType(const wchar_t* method) {
-    // The misspelt wording is what hosts' log filters look for.
-    m_log.Get()->Error(method, L"Invalid messageType recieved. Error: %08lx.",
-                       static_cast<unsigned long>(kStatusFail));
+    // Misspelt (kept on purpose: docs/compatibility.md, "recieved").
+    m_log.get()->Error(method, L"Invalid messageType recieved. Error: %08lx.",
+                       StatusBits(kStatusFail));
     return kStatusFail;
 }
 
@@ -130,7 +102,7 @@ bool NetWorkerNamedPipeExecutor::AnswerErrorCallback(uint32_t type, uint32_t byt
     if (message == nullptr) {
         return false;
     }
-    NetWorkerAllocationInfo info;
+    NetWorkerAllocationInfo info{};
     info.reason = message->reason;
     info.itemsFound = message->itemsFound;
     info.catalogueSize = message->catalogueSize;
@@ -142,10 +114,10 @@ bool NetWorkerNamedPipeExecutor::AnswerErrorCallback(uint32_t type, uint32_t byt
 
 int32_t NetWorkerNamedPipeExecutor::Initialize(const char* clientName, const char* serverName) {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::Initialize";
-    NWX_TRACE_PIPE_METHOD(kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     // Built before anything is opened or started: a name that does not fit is refused
     // rather than cut short.
-    IpcBeginInitialize request;
+    IpcBeginInitialize request{};
     try {
         request = IpcBuildBeginInitialize(clientName, serverName);
     } catch (const std::logic_error& refused) {
@@ -153,11 +125,12 @@ int32_t NetWorkerNamedPipeExecutor::Initialize(const char* clientName, const cha
     }
 
     m_connection->OpenNewPipe(m_pipeName.c_str());
-    const long launched = m_launchClient(m_pipeName.c_str());
+    // The launcher's result is a 32-bit status, whatever the width of long.
+    const int32_t launched = static_cast<int32_t>(m_launchClient(m_pipeName.c_str()));
     if (launched < 0) {
-        m_log.Get()->Error(kMethod, L"Failed to create '%s' process. Error: %08lx.", kClientProgram,
-                           static_cast<unsigned long>(launched));
-        return static_cast<int32_t>(launched);
+        m_log.get()->Error(kMethod, L"Failed to create '%s' process. Error: %08lx.", kClientProgram,
+                           StatusBits(launched));
+        return launched;
     }
     m_connection->WaitForConnection();
 
@@ -177,11 +150,11 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
                                             INetWorkerFileFoundCallBack* fileFound,
                                             INetWorkerErrorCallBack* error) {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::Catalog";
-    NWX_TRACE_PIPE_METHOD(kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     // Refused here, with the in-process executor's exception, rather than in the helper,
     // where the exception would end the helper's session.
     if (timeBefore != nullptr && timeAfter != nullptr &&
-        ::CompareFileTime(timeAfter, timeBefore) > 0) {
+        FileTimeToTicks(*timeAfter) > FileTimeToTicks(*timeBefore)) {
         throw std::invalid_argument("timeAfter cannot be later than timeBefore");
     }
     SendToHelper(IpcBuildBeginCatalog(timeBefore, timeAfter));
@@ -193,13 +166,11 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
         }
         const uint32_t type = IpcReceivedType(m_buffer, bytesRead);
         if (const auto* found = IpcView<IpcFileFound>(m_buffer, bytesRead)) {
-            NetWorkerFileInfo info;
+            NetWorkerFileInfo info{};
             info.index = found->index;
-            FILETIME backupTime;
-            backupTime.dwLowDateTime = static_cast<DWORD>(found->backupTime & 0xFFFFFFFFu);
-            backupTime.dwHighDateTime = static_cast<DWORD>(found->backupTime >> 32);
-            std::memset(&info.backupTime, 0, sizeof info.backupTime);
-            ::FileTimeToSystemTime(&backupTime, &info.backupTime);
+            // A time the conversion refuses leaves the record zero, as Windows' own does.
+            info.backupTime = SYSTEMTIME{};
+            CivilFileTimeToSystemTime(TicksToFileTime(found->backupTime), &info.backupTime);
             // Points into the receive buffer: valid only during the callback.
             info.path = found->path;
             info.size = found->size;
@@ -219,7 +190,7 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
 
 int32_t NetWorkerNamedPipeExecutor::GetFileSize(uint32_t index, bool correctSize, uint64_t* size) {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::GetFileSize";
-    NWX_TRACE_PIPE_METHOD(kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     SendToHelper(IpcBuildBeginGetFileSize(index, correctSize));
 
     uint32_t bytesRead = 0;
@@ -248,7 +219,7 @@ int32_t NetWorkerNamedPipeExecutor::StatusConversation(const wchar_t* method) {
 
 int32_t NetWorkerNamedPipeExecutor::BeginExtract() {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::BeginExtract";
-    NWX_TRACE_PIPE_METHOD(kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     return StatusConversation<IpcBeginExtract, IpcFinishBeginExtract>(kMethod);
 }
 
@@ -257,8 +228,8 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
                                                 INetWorkerUpdateProgressCallBack* progress,
                                                 INetWorkerErrorCallBack* error) {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::ExtractFile";
-    NWX_TRACE_PIPE_METHOD(kMethod);
-    IpcBeginExtractFile request;
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
+    IpcBeginExtractFile request{};
     try {
         request = IpcBuildBeginExtractFile(index, directory, fileName);
     } catch (const std::logic_error& refused) {
@@ -275,7 +246,7 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
         if (const auto* finish = IpcView<IpcFinishExtractFile>(m_buffer, bytesRead)) {
             return finish->result;
         } else if (const auto* update = IpcView<IpcUpdateProgress>(m_buffer, bytesRead)) {
-            NetWorkerProgressInfo info;
+            NetWorkerProgressInfo info{};
             info.state = update->state;
             info.bytesDone = update->bytesDone;
             const bool cancel = progress != nullptr && progress->UpdateProgress(&info);
@@ -285,7 +256,8 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
             continue;
         } else {
             // Unlike Catalog, an unknown message does not end the extraction: it is logged
-            // and the next message is awaited. Hosts depend on this leniency.
+            // and the next message is awaited (kept on purpose: docs/compatibility.md,
+            // "lenient extraction").
             InvalidMessageType(kMethod);
         }
     }
@@ -293,12 +265,12 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
 
 int32_t NetWorkerNamedPipeExecutor::EndExtract() {
     static constexpr wchar_t kMethod[] = L"NetWorkerNamedPipeExecutor::EndExtract";
-    NWX_TRACE_PIPE_METHOD(kMethod);
+    NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     return StatusConversation<IpcEndExtract, IpcFinishEndExtract>(kMethod);
 }
 
 int32_t NetWorkerNamedPipeExecutor::Quit() {
     // Nothing crosses the pipe: the helper ends when the host frees the connection.
-    NWX_TRACE_PIPE_METHOD(L"NetWorkerNamedPipeExecutor::Quit");
+    NWX_TRACE_METHOD(m_log.get(), L"NetWorkerNamedPipeExecutor::Quit", MethodEndOnUnwind::Skip);
     return 0;
 }

@@ -4,12 +4,11 @@
 // conversation over an INamedPipeConnection. Callback messages from the helper are relayed to
 // the host's callback objects on the calling thread and their answers sent back.
 //
-// Differences a host can see against the in-process executor, all kept on purpose:
-// - a closed pipe while waiting for a reply returns 109 (ERROR_BROKEN_PIPE), positive, so a
-//   host that only tests for negative values sees success;
-// - GetFileSize reports a failed lookup as size 0 with status 0 (the reply has no status) and
-//   leaves *size alone when it fails itself;
-// - Quit sends nothing and cancels nothing; cancelling goes through the callbacks' answers.
+// Differences a host can see against the in-process executor, all kept on purpose
+// (docs/compatibility.md): a closed pipe gives the positive 109 ("positive 109"); a failed
+// size lookup gives size 0 and status 0, and *size is left alone when GetFileSize fails
+// itself ("failed size lookup through the pipe"); Quit sends nothing ("Quit through the
+// pipe").
 // Catalog refuses a window whose timeAfter is later than its timeBefore with the same
 // std::invalid_argument as the in-process executor, before anything is sent, so the helper's
 // session survives it.
@@ -21,7 +20,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "common/OwnedLogger.h"
+#include "common/UniqueLogger.h"
 #include "interfaces/INamedPipeConnection.h"
 #include "interfaces/INetWorkerExecutor.h"
 #include "pipe/PipeMessages.h"
@@ -52,7 +51,9 @@ public:
     int32_t EndExtract() override;
     int32_t Quit() override;
 
-    // The default launcher: CreateProcessW of "NetWorker64BitClient.exe" (bare name, so it
+    static constexpr wchar_t kClientProgram[] = L"NetWorker64BitClient.exe";
+
+    // The default launcher (Windows only): CreateProcessW of kClientProgram (bare name, so it
     // is found in the host's current directory) with the pipe name alone as command line.
     static long StartClientProcess(const wchar_t* pipeName);
 
@@ -76,6 +77,6 @@ private:
     LaunchClientFunction m_launchClient;
     std::wstring m_pipeName;
     INamedPipeConnection* m_connection;  // borrowed: the host frees it after this executor
-    OwnedLogger m_log;
+    UniqueLogger m_log;
     unsigned char m_buffer[kIpcMaxMessageSize];
 };

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <exception>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 
@@ -201,11 +202,21 @@ TEST(RaiseTarnError, NullLoggerStillThrows) {
     EXPECT_EQ(RaiseAndCatch(nullptr, NetWorkerStatus::Cancelled, L"X::Y", L"quiet"), 1223);
 }
 
-TEST(RaiseTarnError, TheMessageIsFormattedASecondTimeByTheLogger) {
-    // The finished message is handed to Error as a format: "%%" in it becomes "%".
+TEST(RaiseTarnError, DataWithPercentSignsIsWrittenAsItStands) {
+    // A path with conversions in it: read as a format, "%s" would take an argument that does
+    // not exist and "%n" would write through one.
     RecordingLog log;
-    RaiseAndCatch(&log, kFail, L"X::Y", L"%s", L"100%% sure");
-    EXPECT_EQ(log.TextsAt(LogLevelError).at(0), L"100% sure");
+    const wchar_t* const path = L"C:\\Program Files\\nw%s%n%%%d\\nsrinfo.exe";
+    RaiseAndCatch(&log, NetWorkerStatus::FunctionFailed, L"X::Y", L"CreateProcess failed: %ls",
+                  path);
+    EXPECT_EQ(log.TextsAt(LogLevelError).at(0), std::wstring(L"CreateProcess failed: ") + path);
+}
+
+TEST(RaiseTarnError, TheLoggerStillReceivesTheMessageAsItsFormat) {
+    // The message goes to Error as the format, with no arguments, its percent signs doubled.
+    DisturbingLog log;
+    RaiseAndCatch(&log, kFail, L"X::Y", L"%s", L"100% sure, 50%% off");
+    EXPECT_EQ(log.m_inner.TextsAt(LogLevelError).at(0), L"100%% sure, 50%%%% off");
 }
 
 TEST(RaiseTarnError, LongMessagesAreWrittenWhole) {
@@ -227,4 +238,17 @@ TEST(RaiseTarnError, StandardExceptionHandlersDoNotCatchIt) {
         caught = error.code;
     }
     EXPECT_EQ(caught, kFail);
+}
+
+TEST(RunAsStatus, ReturnsTheOperationsStatusOrTheRaisedCode) {
+    EXPECT_EQ(RunAsStatus([] { return 1169; }), 1169);
+    EXPECT_EQ(RunAsStatus([]() -> int32_t {
+                  RaiseTarnError(nullptr, NetWorkerStatus::Cancelled, L"X::Y", L"m");
+              }),
+              NetWorkerStatus::Cancelled);
+}
+
+TEST(RunAsStatus, OtherExceptionsPassThrough) {
+    EXPECT_THROW(RunAsStatus([]() -> int32_t { throw std::runtime_error("pipe"); }),
+                 std::runtime_error);
 }

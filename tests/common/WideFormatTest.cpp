@@ -183,3 +183,18 @@ TEST(WideFormat, LibraryMessagesComeOutExactly) {
     EXPECT_EQ(FormatWideString(L"BSAEndData failed with error %08lx.\n", 3UL),
               L"BSAEndData failed with error 00000003.\n");
 }
+
+TEST(AsLiteralFormat, DoublesEveryPercentSign) {
+    EXPECT_EQ(AsLiteralFormat(L""), L"");
+    EXPECT_EQ(AsLiteralFormat(L"no conversion"), L"no conversion");
+    EXPECT_EQ(AsLiteralFormat(L"%"), L"%%");
+    EXPECT_EQ(AsLiteralFormat(L"a%sb%%c%n"), L"a%%sb%%%%c%%n");
+}
+
+TEST(AsLiteralFormat, FormattingTheResultGivesTheTextBack) {
+    for (const wchar_t* text :
+         {L"C:\\nw%s%n\\nsrinfo.exe", L"100%", L"%%%", L"%-08.3ls%I64u%*d", L"plain"}) {
+        const std::wstring format = AsLiteralFormat(text);
+        EXPECT_EQ(FormatWideString(format.c_str()), text);
+    }
+}

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "ExecutorTestSupport.h"
+#include "common/LastError.h"
 #include "interfaces/NetWorkerStatus.h"
 
 using LogTexts = std::vector<std::pair<LogLevel, std::wstring>>;
@@ -171,7 +172,7 @@ TEST_F(ExecutorTest, FileFoundTrueStopsAfterThatEntry) {
     // The stop stays pending: the next Catalog ends at once.
     ClearLog();
     m_found.files.clear();
-    SetLastError(0);
+    WriteLastError(0);
     m_executor->Catalog(nullptr, nullptr, &m_found, &m_error);
     EXPECT_TRUE(m_found.files.empty());
     EXPECT_EQ(L"User Canceled the extraction process", Lines().at(0).second);
@@ -238,7 +239,7 @@ TEST_F(ExecutorTest, TimeWindowComparesDatesOnlyWithInclusiveBounds) {
               Paths(m_found));
 }
 
-TEST_F(ExecutorTest, TimeAfterLaterThanTimeBeforeThrowsWithoutEndingTheTransaction) {
+TEST_F(ExecutorTest, TimeAfterLaterThanTimeBeforeThrowsAfterEndingTheTransaction) {
     StartSession();
     m_wrapper.objects = {MakeDescriptor("\\sg\\a.edb")};
     const FILETIME before = MidnightOf(2026, 3, 14);
@@ -249,17 +250,62 @@ TEST_F(ExecutorTest, TimeAfterLaterThanTimeBeforeThrowsWithoutEndingTheTransacti
     } catch (const std::invalid_argument& error) {
         EXPECT_STREQ("timeAfter cannot be later than timeBefore", error.what());
     }
-    EXPECT_EQ((std::vector<std::string>{"BSABeginTxn", "BSAQueryObject"}), m_wrapper.calls);
+    // The transaction is ended on the way out; no closing line is written.
+    EXPECT_EQ((std::vector<std::string>{"BSABeginTxn", "BSAQueryObject", "BSAEndTxn"}),
+              m_wrapper.calls);
     EXPECT_TRUE(Lines().empty());
     EXPECT_EQ((std::vector<std::wstring>{L"NetWorkerApiExecutor::Catalog|Method Start",
                                          L"NetWorkerApiExecutor::Catalog|Method End"}),
               Traces());
 }
 
+TEST_F(ExecutorTest, FileFoundCallbackThatThrowsEndsTheTransactionAndPassesTheException) {
+    StartSession();
+    m_wrapper.objects = {MakeDescriptor("\\sg\\a.edb"), MakeDescriptor("\\sg\\b.edb"),
+                         MakeDescriptor("\\sg\\c.edb")};
+    m_found.answer = [](const NetWorkerFileInfo& file) -> bool {
+        if (file.index == 1) {
+            throw std::runtime_error("host went away");
+        }
+        return false;
+    };
+    try {
+        m_executor->Catalog(nullptr, nullptr, &m_found, &m_error);
+        FAIL() << "no exception";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ("host went away", error.what());
+    }
+    EXPECT_EQ((std::vector<std::string>{"BSABeginTxn", "BSAQueryObject", "BSAGetNextQueryObject",
+                                        "BSAEndTxn"}),
+              m_wrapper.calls);
+    EXPECT_TRUE(Lines().empty()) << "no closing line on the way out of an exception";
+    EXPECT_EQ(L"NetWorkerApiExecutor::Catalog|Method End", Traces().back());
+    // The two entries accepted so far stay, and the next catalogue starts afresh.
+    EXPECT_EQ(2u, m_executor->CatalogueSize());
+    m_found.answer = nullptr;
+    m_found.files.clear();
+    m_wrapper.calls.clear();
+    EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, &m_error));
+    EXPECT_EQ(3u, m_found.files.size());
+    EXPECT_EQ("BSAEndTxn", m_wrapper.calls.back());
+}
+
+TEST_F(ExecutorTest, ErrorCallbackThatThrowsEndsTheTransactionAndPassesTheException) {
+    StartSession();
+    m_wrapper.beginTxnResult = 5;
+    class ThrowingError : public INetWorkerErrorCallBack {
+    public:
+        uint32_t NetWorkerError(uint32_t) override { throw std::logic_error("refused"); }
+        uint32_t AllocationError(const NetWorkerAllocationInfo*) override { return 0; }
+    } error;
+    EXPECT_THROW(m_executor->Catalog(nullptr, nullptr, &m_found, &error), std::logic_error);
+    EXPECT_EQ((std::vector<std::string>{"BSABeginTxn", "BSAEndTxn"}), m_wrapper.calls);
+}
+
 TEST_F(ExecutorTest, BeginTxnFailureReportsNineAndReturnsZero) {
     StartSession();
     m_wrapper.beginTxnResult = 5;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, &m_error));
     EXPECT_EQ(std::vector<uint32_t>{9}, m_error.codes);
     EXPECT_EQ((std::vector<std::string>{"BSABeginTxn", "BSAEndTxn"}), m_wrapper.calls);
@@ -273,7 +319,7 @@ TEST_F(ExecutorTest, BeginTxnFailureReportsNineAndReturnsZero) {
 TEST_F(ExecutorTest, QueryAuthenticationFailureReportsEighteen) {
     StartSession();
     m_wrapper.queryRc = 4;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, &m_error));
     EXPECT_EQ(std::vector<uint32_t>{18}, m_error.codes);
     EXPECT_EQ((LogTexts{{LogLevelError, L"BSA Error 4\n"},
@@ -301,7 +347,7 @@ TEST_F(ExecutorTest, NothingMatchedIsNoExchangeObjectsWithoutErrorCallback) {
     for (int32_t rc : {17, 26}) {
         m_wrapper.queryRc = rc;
         ClearLog();
-        SetLastError(0);
+        WriteLastError(0);
         EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, &m_error));
         EXPECT_TRUE(m_error.codes.empty());
         EXPECT_EQ((LogTexts{{LogLevelError, L"No Exchange Objects"},
@@ -316,7 +362,7 @@ TEST_F(ExecutorTest, FetchFailureReportsSeventeenAndKeepsEarlierEntries) {
     m_wrapper.objects = {MakeDescriptor("\\sg\\a.edb"), MakeDescriptor("\\sg\\b.edb"),
                          MakeDescriptor("\\sg\\c.edb")};
     m_wrapper.nextRcAt[1] = 79;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, &m_error));
     EXPECT_EQ(std::vector<uint32_t>{17}, m_error.codes);
     EXPECT_EQ(2u, m_found.files.size());
@@ -391,7 +437,7 @@ TEST_F(ExecutorTest, CatalogWithoutErrorCallbackStillReportsThroughTheLog) {
     StartSession();
     m_wrapper.objects = {MakeDescriptor("\\sg\\a.edb"), MakeDescriptor("\\sg\\b.edb")};
     m_wrapper.nextRcAt[0] = 3;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, nullptr));
     EXPECT_EQ(1u, m_found.files.size());
     EXPECT_EQ((LogTexts{{LogLevelError, L"BSA Error 3\n"},

@@ -1,8 +1,12 @@
 #include <cstring>
+#include <new>
+#include <stdexcept>
 #include <thread>
 
 #include "ExecutorTestSupport.h"
 #include "common/WideFormat.h"
+#include "common/LastError.h"
+#include "common/WinError.h"
 #include "interfaces/NetWorkerStatus.h"
 
 using LogTexts = std::vector<std::pair<LogLevel, std::wstring>>;
@@ -26,7 +30,7 @@ protected:
         ASSERT_EQ(0, m_executor->BeginExtract());
         m_wrapper.calls.clear();
         ClearLog();
-        m_target = m_temp.Child(L"restore");
+        m_target = UnderRoot(L"restore");
         m_file = m_target + L"\\priv1.edb";
     }
 
@@ -36,7 +40,6 @@ protected:
 
     std::wstring PathLine() const { return L"Path is " + m_target + L".\n"; }
 
-    TempDirectory m_temp;
     std::wstring m_target;
     std::wstring m_file;
 };
@@ -45,7 +48,7 @@ TEST_F(ExtractTest, CopiesEveryBlockAndThrottlesProgress) {
     m_wrapper.data = PatternData(40000);
     m_system.ticks = {1000, 1200, 1500};
     ASSERT_EQ(0, Extract(&m_progress));
-    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+    EXPECT_EQ(m_wrapper.data, m_system.Content(m_file));
     EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAGetData", "BSAGetData", "BSAGetData",
                                         "BSAEndData"}),
               m_wrapper.calls);
@@ -102,7 +105,7 @@ TEST_F(ExtractTest, LargerServerBufferIsUsed) {
     m_wrapper.data = PatternData(50000);
     ASSERT_EQ(0, Extract(nullptr));
     EXPECT_EQ((std::vector<uint32_t>{20000, 20000, 20000}), m_wrapper.getDataBufferLens);
-    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+    EXPECT_EQ(m_wrapper.data, m_system.Content(m_file));
 }
 
 TEST_F(ExtractTest, BufferLengthsAreSixteenBit) {
@@ -119,8 +122,8 @@ TEST_F(ExtractTest, EmptyObjectGivesEmptyFileAndTwoZeroReports) {
     m_wrapper.data.clear();
     m_system.ticks = {1000};
     ASSERT_EQ(0, Extract(&m_progress));
-    EXPECT_TRUE(FileExists(m_file));
-    EXPECT_EQ("", ReadWholeFile(m_file));
+    EXPECT_TRUE(m_system.FileExists(m_file));
+    EXPECT_EQ("", m_system.Content(m_file));
     ASSERT_EQ(2u, m_progress.reports.size());
     EXPECT_EQ(0u, m_progress.reports[0].bytesDone);
     EXPECT_EQ(0u, m_progress.reports[1].bytesDone);
@@ -130,49 +133,49 @@ TEST_F(ExtractTest, NoProgressCallbackNoReports) {
     m_wrapper.data = PatternData(1000);
     ASSERT_EQ(0, Extract(nullptr));
     EXPECT_EQ(0, m_system.ticks.empty() ? 0 : 1);
-    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+    EXPECT_EQ(m_wrapper.data, m_system.Content(m_file));
 }
 
 TEST_F(ExtractTest, ExistingFileIsOverwritten) {
-    CreateDirectoryW(m_target.c_str(), nullptr);
-    WriteWholeFile(m_file, std::string(100000, 'x'));
+    m_system.AddDirectory(m_target);
+    m_system.AddFile(m_file, std::string(100000, 'x'));
     m_wrapper.data = "short";
     ASSERT_EQ(0, Extract(nullptr));
-    EXPECT_EQ("short", ReadWholeFile(m_file));
+    EXPECT_EQ("short", m_system.Content(m_file));
 }
 
 TEST_F(ExtractTest, ShortWritesAreCompleted) {
     m_wrapper.data = PatternData(20000);
     m_system.shortWriteAt[0] = 100;
     ASSERT_EQ(0, Extract(nullptr));
-    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+    EXPECT_EQ(m_wrapper.data, m_system.Content(m_file));
 }
 
 TEST_F(ExtractTest, DiskFullRetriedWhenTheHostAnswersContinue) {
     m_wrapper.data = PatternData(40000);
-    m_system.failWriteAt[1] = ERROR_DISK_FULL;
+    m_system.failWriteAt[1] = NetWorkerWinError::DiskFull;
     m_error.answers = {1246};
     ASSERT_EQ(0, Extract(nullptr));
     EXPECT_EQ(std::vector<uint32_t>{11}, m_error.codes);
-    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+    EXPECT_EQ(m_wrapper.data, m_system.Content(m_file));
     EXPECT_EQ((std::vector<uint32_t>{16384, 16384, 16384, 7232}), m_system.writeSizes);
 }
 
 TEST_F(ExtractTest, DiskFullRetryOnTheLastBlockReturnsContinueAndKeepsTheFile) {
     m_wrapper.data = PatternData(20000);
-    m_system.failWriteAt[1] = ERROR_DISK_FULL;
+    m_system.failWriteAt[1] = NetWorkerWinError::DiskFull;
     m_error.answers = {1246};
     EXPECT_EQ(1246, Extract(nullptr));
-    EXPECT_EQ(m_wrapper.data, ReadWholeFile(m_file));
+    EXPECT_EQ(m_wrapper.data, m_system.Content(m_file));
 }
 
 TEST_F(ExtractTest, DiskFullAnsweredZeroCancelsAtTheNextBlock) {
     m_wrapper.data = PatternData(40000);
-    m_system.failWriteAt[1] = ERROR_DISK_FULL;
+    m_system.failWriteAt[1] = NetWorkerWinError::DiskFull;
     m_error.answers = {0};
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(1223, Extract(nullptr));
-    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_FALSE(m_system.FileExists(m_file));
     EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAGetData", "BSAGetData", "BSAEndData"}),
               m_wrapper.calls);
     const LogTexts lines = Lines();
@@ -183,40 +186,40 @@ TEST_F(ExtractTest, DiskFullAnsweredZeroCancelsAtTheNextBlock) {
 
 TEST_F(ExtractTest, DiskFullAnsweredZeroOnTheLastBlockKeepsTheShorterFile) {
     m_wrapper.data = PatternData(20000);
-    m_system.failWriteAt[1] = ERROR_DISK_FULL;
+    m_system.failWriteAt[1] = NetWorkerWinError::DiskFull;
     m_error.answers = {0};
     EXPECT_EQ(0, Extract(nullptr));
-    EXPECT_EQ(m_wrapper.data.substr(0, 16384), ReadWholeFile(m_file));
+    EXPECT_EQ(m_wrapper.data.substr(0, 16384), m_system.Content(m_file));
     EXPECT_EQ((LogTexts{{LogLevelInfo, PathLine()}}), Lines());
 }
 
 TEST_F(ExtractTest, DiskFullAnsweredWithAFailureReturnsThatFailure) {
     m_wrapper.data = PatternData(40000);
-    m_system.failWriteAt[0] = ERROR_DISK_FULL;
+    m_system.failWriteAt[0] = NetWorkerWinError::DiskFull;
     m_error.answers = {0x80004005u};
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
-    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_FALSE(m_system.FileExists(m_file));
     EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAGetData", "BSAEndData"}),
               m_wrapper.calls);
 }
 
 TEST_F(ExtractTest, OtherWriteFailuresFailTheExtraction) {
     m_wrapper.data = PatternData(40000);
-    m_system.failWriteAt[1] = ERROR_ACCESS_DENIED;
+    m_system.failWriteAt[1] = WinError::AccessDenied;
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
     EXPECT_TRUE(m_error.codes.empty());
-    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_FALSE(m_system.FileExists(m_file));
     const LogTexts lines = Lines();
     ASSERT_EQ(3u, lines.size());
     EXPECT_EQ((std::pair<LogLevel, std::wstring>{LogLevelError, L"WriteFile Failed"}), lines[1]);
-    EXPECT_EQ(HResultLine(0x80004005, ERROR_ACCESS_DENIED), lines[2].second);
+    EXPECT_EQ(HResultLine(0x80004005, WinError::AccessDenied), lines[2].second);
 }
 
 TEST_F(ExtractTest, GetObjectFailureDeletesTheFileAndEndsTheData) {
     m_wrapper.getObjectRc = 3;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(&m_progress));
-    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_FALSE(m_system.FileExists(m_file));
     EXPECT_TRUE(m_progress.reports.empty());
     EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAEndData"}), m_wrapper.calls);
     const LogTexts lines = Lines();
@@ -231,7 +234,7 @@ TEST_F(ExtractTest, GetDataFailureDeletesThePartialFile) {
     m_wrapper.getDataRcAt[1] = 6;
     m_system.ticks = {1000};
     EXPECT_EQ(static_cast<int32_t>(0x80070006), Extract(&m_progress));
-    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_FALSE(m_system.FileExists(m_file));
     EXPECT_EQ("BSAEndData", m_wrapper.calls.back());
     const LogTexts lines = Lines();
     ASSERT_EQ(4u, lines.size());
@@ -245,7 +248,7 @@ TEST_F(ExtractTest, ServerDeliveringMoreThanTheBufferIsRefused) {
     m_wrapper.data = PatternData(40000);
     m_wrapper.getDataNumBytesAt[0] = 30000;
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
-    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_FALSE(m_system.FileExists(m_file));
     EXPECT_EQ(L"BSAGetData delivered more than the buffer holds", Lines().at(1).second);
 }
 
@@ -254,7 +257,7 @@ TEST_F(ExtractTest, ProgressAnswerTrueCancels) {
     m_system.ticks = {1000};
     m_progress.answer = [](size_t report) { return report == 1; };
     EXPECT_EQ(1223, Extract(&m_progress));
-    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_FALSE(m_system.FileExists(m_file));
     EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAGetData", "BSAEndData"}),
               m_wrapper.calls);
 }
@@ -263,7 +266,7 @@ TEST_F(ExtractTest, FirstProgressAnswerTrueCancelsBeforeAnyData) {
     m_wrapper.data = PatternData(40000);
     m_progress.answer = [](size_t) { return true; };
     EXPECT_EQ(1223, Extract(&m_progress));
-    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_FALSE(m_system.FileExists(m_file));
     EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAEndData"}), m_wrapper.calls);
 }
 
@@ -271,11 +274,73 @@ TEST_F(ExtractTest, FirstProgressAnswerClearsAnEarlierQuit) {
     m_wrapper.data = PatternData(100);
     m_executor->Quit();
     EXPECT_EQ(0, Extract(&m_progress));
-    EXPECT_TRUE(FileExists(m_file));
+    EXPECT_TRUE(m_system.FileExists(m_file));
     // Without a progress callback the pending Quit cancels.
     m_executor->Quit();
     EXPECT_EQ(1223, Extract(nullptr));
-    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_FALSE(m_system.FileExists(m_file));
+}
+
+TEST_F(ExtractTest, ProgressCallbackThatThrowsDeletesThePartialFileAndEndsTheData) {
+    m_wrapper.data = PatternData(16384 * 4);
+    m_system.ticks = {1000};
+    m_progress.answer = [](size_t report) -> bool {
+        if (report == 1) {
+            throw std::runtime_error("Other end of pipe disconnected");
+        }
+        return false;
+    };
+    try {
+        Extract(&m_progress);
+        FAIL() << "no exception";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ("Other end of pipe disconnected", error.what());
+    }
+    EXPECT_FALSE(m_system.FileExists(m_file));
+    EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAGetData", "BSAEndData"}),
+              m_wrapper.calls);
+    EXPECT_EQ((LogTexts{{LogLevelInfo, PathLine()}}), Lines()) << "no status was raised";
+    const std::vector<std::wstring> traces = Traces();
+    ASSERT_GE(traces.size(), 3u);
+    EXPECT_EQ(L"NetWorkerApiExecutor::DeleteExtractionFile|Method End", traces[traces.size() - 2]);
+    EXPECT_EQ(L"NetWorkerApiExecutor::ExtractFile|Method End", traces.back());
+
+    // The session goes on: the next extraction of the same file works.
+    m_progress.answer = nullptr;
+    m_wrapper.calls.clear();
+    ASSERT_EQ(0, Extract(&m_progress));
+    EXPECT_EQ(m_wrapper.data, m_system.Content(m_file));
+}
+
+TEST_F(ExtractTest, FirstOrFinalProgressReportThatThrowsLeavesNoFile) {
+    for (const size_t throwingReport : {size_t{0}, size_t{2}}) {
+        SCOPED_TRACE(throwingReport);
+        m_wrapper.data = PatternData(20000);
+        m_wrapper.calls.clear();
+        m_progress.reports.clear();
+        m_system.ticks = {1000};
+        m_progress.answer = [throwingReport](size_t report) -> bool {
+            if (report == throwingReport) {
+                throw std::runtime_error("gone");
+            }
+            return false;
+        };
+        EXPECT_THROW(Extract(&m_progress), std::runtime_error);
+        // Even a file whose every block was written is not kept: the host never learnt it.
+        EXPECT_FALSE(m_system.FileExists(m_file));
+        EXPECT_EQ("BSAEndData", m_wrapper.calls.back());
+        EXPECT_EQ(throwingReport + 1, m_progress.reports.size());
+    }
+}
+
+TEST_F(ExtractTest, DiskFullQuestionThatThrowsDeletesThePartialFile) {
+    m_wrapper.data = PatternData(40000);
+    m_system.failWriteAt[1] = NetWorkerWinError::DiskFull;
+    m_error.onDiskFull = [] { throw std::bad_alloc(); };
+    EXPECT_THROW(Extract(nullptr), std::bad_alloc);
+    EXPECT_EQ(std::vector<uint32_t>{11}, m_error.codes);
+    EXPECT_FALSE(m_system.FileExists(m_file));
+    EXPECT_EQ("BSAEndData", m_wrapper.calls.back());
 }
 
 TEST_F(ExtractTest, QuitDuringAThrottledTransferCancelsAndDeletes) {
@@ -287,7 +352,7 @@ TEST_F(ExtractTest, QuitDuringAThrottledTransferCancelsAndDeletes) {
         }
     };
     EXPECT_EQ(1223, Extract(&m_progress));
-    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_FALSE(m_system.FileExists(m_file));
     EXPECT_EQ(3, m_system.writeCalls) << "the block in flight is written, then the loop stops";
     EXPECT_EQ("BSAEndData", m_wrapper.calls.back());
     // Reports: the initial one and the first block; the rest was never due.
@@ -295,13 +360,13 @@ TEST_F(ExtractTest, QuitDuringAThrottledTransferCancelsAndDeletes) {
 }
 
 TEST_F(ExtractTest, CreatesMissingDirectoryLevels) {
-    const std::wstring existing = m_temp.Child(L"a");
-    ASSERT_TRUE(CreateDirectoryW(existing.c_str(), nullptr));
+    const std::wstring existing = UnderRoot(L"a");
+    m_system.AddDirectory(existing);
     m_target = existing + L"\\b\\c";
     m_file = m_target + L"\\priv1.edb";
     m_wrapper.data = "abc";
     ASSERT_EQ(0, Extract(nullptr));
-    EXPECT_EQ("abc", ReadWholeFile(m_file));
+    EXPECT_EQ("abc", m_system.Content(m_file));
     // Every level from below the root is asked for; existing ones count as created.
     ASSERT_GE(m_system.directoriesAsked.size(), 3u);
     const size_t n = m_system.directoriesAsked.size();
@@ -314,16 +379,16 @@ TEST_F(ExtractTest, CreatesMissingDirectoryLevels) {
 }
 
 TEST_F(ExtractTest, TrailingBackslashMakesNoDifference) {
-    m_target = m_temp.Child(L"x\\y\\");
+    m_target = UnderRoot(L"x\\y\\");
     m_wrapper.data = "abc";
     ASSERT_EQ(0, Extract(nullptr));
-    EXPECT_EQ("abc", ReadWholeFile(m_temp.Child(L"x\\y\\priv1.edb")));
-    EXPECT_EQ(m_temp.Child(L"x\\y"), m_system.directoriesAsked.back());
+    EXPECT_EQ("abc", m_system.Content(UnderRoot(L"x\\y\\priv1.edb")));
+    EXPECT_EQ(UnderRoot(L"x\\y"), m_system.directoriesAsked.back());
 }
 
 TEST_F(ExtractTest, PathWithoutLevelIsRefused) {
     m_target = L"C:restore";
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
     EXPECT_TRUE(m_system.directoriesAsked.empty());
     EXPECT_EQ((std::vector<std::string>{"BSAEndData"}), m_wrapper.calls);
@@ -346,7 +411,7 @@ TEST_F(ExtractTest, NetworkPathEndingAfterTheShareIsRefused) {
 
 TEST_F(ExtractTest, ShortAndNullDirectories) {
     m_target = L"C:";
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
     LogTexts lines = Lines();
     EXPECT_EQ((std::pair<LogLevel, std::wstring>{LogLevelError, L"Path too short.\n"}), lines[0]);
@@ -361,8 +426,8 @@ TEST_F(ExtractTest, ShortAndNullDirectories) {
 }
 
 TEST_F(ExtractTest, DirectoryFailureSurfacesAsUnableToCreateFile) {
-    const std::wstring level = m_temp.Child(L"locked");
-    m_system.failDirectory[level] = ERROR_ACCESS_DENIED;
+    const std::wstring level = UnderRoot(L"locked");
+    m_system.failDirectory[level] = WinError::AccessDenied;
     m_target = level + L"\\inner";
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
     const LogTexts lines = Lines();
@@ -379,7 +444,7 @@ TEST_F(ExtractTest, DirectoryFailureSurfacesAsUnableToCreateFile) {
 }
 
 TEST_F(ExtractTest, DirectoryFailureWithoutErrorNumberGivesWriteFault) {
-    const std::wstring level = m_temp.Child(L"odd");
+    const std::wstring level = UnderRoot(L"odd");
     m_system.failDirectory[level] = 0;
     m_target = level;
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
@@ -391,8 +456,8 @@ TEST_F(ExtractTest, DirectoryFailureWithoutErrorNumberGivesWriteFault) {
 
 TEST_F(ExtractTest, FileThatCannotBeCreatedIsReported) {
     // A directory of the file's name makes creating the file fail.
-    ASSERT_TRUE(CreateDirectoryW(m_target.c_str(), nullptr));
-    ASSERT_TRUE(CreateDirectoryW(m_file.c_str(), nullptr));
+    m_system.AddDirectory(m_target);
+    m_system.AddDirectory(m_file);
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(&m_progress));
     EXPECT_TRUE(m_progress.reports.empty());
     EXPECT_EQ((std::vector<std::string>{"BSAEndData"}), m_wrapper.calls);
@@ -402,15 +467,15 @@ TEST_F(ExtractTest, FileThatCannotBeCreatedIsReported) {
         StartsWith(lines[1].second, L"Unable to create file " + m_file + L". GetLastError() = 0x"));
     EXPECT_EQ(L"Could not Create File", lines[2].second);
     EXPECT_EQ(L"DeleteFile failed\n", lines[4].second);
-    EXPECT_TRUE(DirectoryExists(m_file));
+    EXPECT_TRUE(m_system.DirectoryExists(m_file));
 }
 
 TEST_F(ExtractTest, IndexOutOfRangeLeavesTheDestinationAlone) {
-    CreateDirectoryW(m_target.c_str(), nullptr);
-    WriteWholeFile(m_file, "host data");
-    SetLastError(0);
+    m_system.AddDirectory(m_target);
+    m_system.AddFile(m_file, "host data");
+    WriteLastError(0);
     EXPECT_EQ(static_cast<int32_t>(0x80070057), Extract(&m_progress, 2));
-    EXPECT_EQ("host data", ReadWholeFile(m_file));
+    EXPECT_EQ("host data", m_system.Content(m_file));
     EXPECT_EQ((std::vector<std::string>{"BSAEndData"}), m_wrapper.calls);
     EXPECT_EQ((LogTexts{{LogLevelError, L"Catalogue index 2 out of range (2 entries)"},
                         {LogLevelError, HResultLine(0x80070057, 0)}}),
@@ -422,7 +487,7 @@ TEST_F(ExtractTest, EndDataFailureIsLoggedOnly) {
     m_wrapper.data = "abc";
     m_wrapper.endDataResult = 3;
     EXPECT_EQ(0, Extract(nullptr));
-    EXPECT_EQ("abc", ReadWholeFile(m_file));
+    EXPECT_EQ("abc", m_system.Content(m_file));
     EXPECT_EQ((LogTexts{{LogLevelInfo, PathLine()},
                         {LogLevelError, L"BSA Error 3\n"},
                         {LogLevelError, L"BSAEndData failed with error 80004005.\n"}}),
@@ -430,7 +495,7 @@ TEST_F(ExtractTest, EndDataFailureIsLoggedOnly) {
 }
 
 TEST_F(ExtractTest, DestinationPathTooLongIsReported) {
-    m_target = m_temp.Child(std::wstring(1020, L'z'));
+    m_target = UnderRoot(std::wstring(1020, L'z'));
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
     bool reported = false;
     for (const auto& line : Lines()) {
@@ -441,7 +506,7 @@ TEST_F(ExtractTest, DestinationPathTooLongIsReported) {
 
 TEST_F(ExtractTest, DiskFullWithoutErrorCallbackCancels) {
     m_wrapper.data = PatternData(40000);
-    m_system.failWriteAt[1] = ERROR_DISK_FULL;
+    m_system.failWriteAt[1] = NetWorkerWinError::DiskFull;
     EXPECT_EQ(1223, m_executor->ExtractFile(0, m_target.c_str(), L"priv1.edb", nullptr, nullptr));
-    EXPECT_FALSE(FileExists(m_file));
+    EXPECT_FALSE(m_system.FileExists(m_file));
 }

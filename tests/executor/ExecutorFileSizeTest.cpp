@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "ExecutorTestSupport.h"
+#include "common/LastError.h"
 #include "interfaces/NetWorkerStatus.h"
 
 using LogTexts = std::vector<std::pair<LogLevel, std::wstring>>;
@@ -67,7 +68,7 @@ TEST_F(FileSizeTest, LogFilesReportTheCatalogueSizeNotTheAnnouncedOne) {
 
 TEST_F(FileSizeTest, IndexOutOfRangeIsInvalidArgument) {
     uint64_t size = 77;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(static_cast<int32_t>(0x80070057), m_executor->GetFileSize(2, true, &size));
     EXPECT_EQ(0u, size);
     EXPECT_TRUE(m_wrapper.calls.empty());

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "ExecutorTestSupport.h"
+#include "common/LastError.h"
 #include "interfaces/NetWorkerStatus.h"
 
 using LogTexts = std::vector<std::pair<LogLevel, std::wstring>>;
@@ -69,7 +70,7 @@ TEST_F(ExecutorTest, InitializeRefusesNamesThatDoNotFit) {
 
 TEST_F(ExecutorTest, InitializeReturnsTheWrapperFailureAsItIs) {
     m_wrapper.initializeResult = 1157;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(1157, m_executor->Initialize("cli", "srv"));
     EXPECT_EQ(std::vector<std::string>{"Initialize"}, m_wrapper.calls);
     EXPECT_EQ(
@@ -81,7 +82,7 @@ TEST_F(ExecutorTest, EveryBSAInitFailureIsBadEnvironment) {
     for (int32_t rc : {3, 4, 80, 96, -1}) {
         m_wrapper.initResult = rc;
         ClearLog();
-        SetLastError(0);
+        WriteLastError(0);
         EXPECT_EQ(static_cast<int32_t>(0x8007000A), m_executor->Initialize("cli", "srv")) << rc;
         EXPECT_EQ((LogTexts{{LogLevelInfo, L"Networker API Issue 2 Version 0 level 1\n"},
                             {LogLevelError, L"BSAInit Failed"},
@@ -109,7 +110,7 @@ TEST_F(ExecutorTest, QuitBeforeAnythingReturnsZeroAndCancelsTheNextCatalog) {
               Traces());
     m_wrapper.objects = {MakeDescriptor("\\sg\\priv1.edb")};
     ClearLog();
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, &m_error));
     EXPECT_EQ((std::vector<std::string>{"BSABeginTxn", "BSAEndTxn"}), m_wrapper.calls);
     EXPECT_TRUE(m_found.files.empty());
@@ -141,7 +142,7 @@ TEST_F(ExecutorTest, QuitDuringBSAInitMakesInitializeCancelled) {
     } wrapper;
     NetWorkerApiExecutor executor(&wrapper);
     wrapper.executor = &executor;
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(1223, executor.Initialize("cli", "srv"));
     const std::vector<LogLine> lines = TestLoggers::Find(L"NetWorkerApiExecutor")->NonTraceLines();
     ASSERT_GE(lines.size(), 2u);
@@ -153,7 +154,7 @@ TEST_F(ExecutorTest, TwoQuitsDuringOneBSAGetObjectReturnOneThenZero) {
     StartSession();
     m_wrapper.objects = {MakeDescriptor("\\sg\\priv1.edb")};
     CatalogAll();
-    TempDirectory directory;
+    const std::wstring directory = UnderRoot(L"quit");
     std::vector<int32_t> answers;
     m_wrapper.duringGetObject = [&] {
         // Quit comes from a second thread while the object is being opened.
@@ -164,19 +165,16 @@ TEST_F(ExecutorTest, TwoQuitsDuringOneBSAGetObjectReturnOneThenZero) {
     };
     m_wrapper.data = "content";
     ASSERT_EQ(0, m_executor->BeginExtract());
-    EXPECT_EQ(1223, m_executor->ExtractFile(0, directory.Path().c_str(), L"priv1.edb", nullptr,
-                                            &m_error));
+    EXPECT_EQ(1223, m_executor->ExtractFile(0, directory.c_str(), L"priv1.edb", nullptr, &m_error));
     EXPECT_EQ((std::vector<int32_t>{1, 0}), answers);
-    EXPECT_FALSE(FileExists(directory.Child(L"priv1.edb")));
+    EXPECT_FALSE(m_system.FileExists(directory + L"\\priv1.edb"));
     // After the transfer Quit is plain again; a new BeginExtract re-arms the one-time answer.
     EXPECT_EQ(0, m_executor->Quit());
     m_wrapper.duringGetObject = [&] { answers.push_back(m_executor->Quit()); };
-    EXPECT_EQ(1223, m_executor->ExtractFile(0, directory.Path().c_str(), L"priv1.edb", nullptr,
-                                            &m_error));
+    EXPECT_EQ(1223, m_executor->ExtractFile(0, directory.c_str(), L"priv1.edb", nullptr, &m_error));
     EXPECT_EQ(0, answers.back()) << "not re-armed without BeginExtract";
     ASSERT_EQ(0, m_executor->BeginExtract());
-    EXPECT_EQ(1223, m_executor->ExtractFile(0, directory.Path().c_str(), L"priv1.edb", nullptr,
-                                            &m_error));
+    EXPECT_EQ(1223, m_executor->ExtractFile(0, directory.c_str(), L"priv1.edb", nullptr, &m_error));
     EXPECT_EQ(1, answers.back());
 }
 
@@ -194,7 +192,7 @@ TEST_F(ExecutorTest, BeginAndEndExtractMapTheirTransactionCalls) {
     m_wrapper.beginTxnResult = 6;
     m_wrapper.endTxnResult = 17;  // not a failure: 1169 is passed back as it is
     ClearLog();
-    SetLastError(0);
+    WriteLastError(0);
     EXPECT_EQ(static_cast<int32_t>(0x80070006), m_executor->BeginExtract());
     EXPECT_EQ(1169, m_executor->EndExtract());
     EXPECT_EQ((LogTexts{{LogLevelError, L"BSA Error 6\n"},

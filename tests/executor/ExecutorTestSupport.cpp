@@ -1,12 +1,9 @@
 #include "ExecutorTestSupport.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <sstream>
-
 #include "common/CivilTime.h"
 #include "common/WideFormat.h"
+
+const wchar_t kTestRoot[] = L"C:\\nwx-exec";
 
 bool RecordingFileFound::NetWorkerFileFound(const NetWorkerFileInfo* file) {
     files.push_back(FoundFile{*file, file->path != nullptr ? file->path : ""});
@@ -37,82 +34,6 @@ bool RecordingProgress::UpdateProgress(NetWorkerProgressInfo* progress) {
     return answer ? answer(reports.size() - 1) : false;
 }
 
-uint32_t FakeSystem::TickCount() {
-    if (ticks.empty()) {
-        return 0;
-    }
-    const uint32_t now = ticks.front();
-    if (ticks.size() > 1) {
-        ticks.pop_front();
-    }
-    return now;
-}
-
-bool FakeSystem::WriteFile(HANDLE file, const void* data, uint32_t size, uint32_t* written) {
-    const int call = writeCalls++;
-    writeSizes.push_back(size);
-    if (beforeWrite) {
-        beforeWrite(call);
-    }
-    auto failure = failWriteAt.find(call);
-    if (failure != failWriteAt.end()) {
-        *written = 0;
-        SetLastError(failure->second);
-        return false;
-    }
-    auto shortWrite = shortWriteAt.find(call);
-    if (shortWrite != shortWriteAt.end() && shortWrite->second < size) {
-        size = shortWrite->second;
-    }
-    return KernelExecutorSystem().WriteFile(file, data, size, written);
-}
-
-bool FakeSystem::CreateDirectory(const wchar_t* path) {
-    directoriesAsked.emplace_back(path);
-    auto failure = failDirectory.find(path);
-    if (failure != failDirectory.end()) {
-        SetLastError(failure->second);
-        return false;
-    }
-    return KernelExecutorSystem().CreateDirectory(path);
-}
-
-TempDirectory::TempDirectory() {
-    wchar_t temp[MAX_PATH + 1] = {};
-    GetTempPathW(MAX_PATH, temp);
-    static int counter = 0;
-    m_path = FormatWideString(L"%snwx-exec-%lu-%d", temp,
-                              static_cast<unsigned long>(GetCurrentProcessId()), ++counter);
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-    std::filesystem::create_directories(m_path);
-}
-
-TempDirectory::~TempDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
-std::string ReadWholeFile(const std::wstring& path) {
-    std::ifstream in(std::filesystem::path(path), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-bool FileExists(const std::wstring& path) {
-    const DWORD attributes = GetFileAttributesW(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
-}
-
-bool DirectoryExists(const std::wstring& path) {
-    const DWORD attributes = GetFileAttributesW(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
-}
-
-void WriteWholeFile(const std::wstring& path, const std::string& content) {
-    std::ofstream out(std::filesystem::path(path), std::ios::binary);
-    out << content;
-}
-
 std::string PatternData(size_t size, uint32_t seed) {
     std::string data(size, '\0');
     uint32_t state = seed * 2654435761u + 1;
@@ -125,16 +46,21 @@ std::string PatternData(size_t size, uint32_t seed) {
 
 FILETIME MidnightOf(int year, int month, int day) {
     SYSTEMTIME time{};
-    time.wYear = static_cast<WORD>(year);
-    time.wMonth = static_cast<WORD>(month);
-    time.wDay = static_cast<WORD>(day);
+    time.wYear = static_cast<uint16_t>(year);
+    time.wMonth = static_cast<uint16_t>(month);
+    time.wDay = static_cast<uint16_t>(day);
     FILETIME result{};
-    SystemTimeToFileTime(&time, &result);
+    EXPECT_TRUE(CivilSystemTimeToFileTime(time, &result));
     return result;
+}
+
+std::wstring ExecutorTest::UnderRoot(const std::wstring& name) {
+    return std::wstring(kTestRoot) + L"\\" + name;
 }
 
 void ExecutorTest::SetUp() {
     TestLoggers::Reset();
+    m_system.AddDirectory(kTestRoot);
     ExecutorSeams seams;
     seams.memory = m_memory;
     seams.system = &m_system;
@@ -142,6 +68,7 @@ void ExecutorTest::SetUp() {
 }
 
 void ExecutorTest::TearDown() {
+    EXPECT_TRUE(m_system.openFiles.empty()) << "a destination file was left open";
     m_executor.reset();
 }
 

@@ -1,9 +1,8 @@
 #pragma once
-// Recording callbacks, a steerable ExecutorSystem and a fixture around NetWorkerApiExecutor.
+// Recording callbacks and a fixture around NetWorkerApiExecutor with the scripted wrapper and
+// the in-memory system. Platform-neutral: natively under the sanitizers and under Wine.
 
 #include <gtest/gtest.h>
-
-#include <windows.h>
 
 #include <cstdint>
 #include <deque>
@@ -13,8 +12,8 @@
 #include <vector>
 
 #include "FakeApiWrapper.h"
+#include "FakeExecutorSystem.h"
 #include "RecordingLog.h"
-#include "executor/ExecutorSystem.h"
 #include "executor/NetWorkerApiExecutor.h"
 #include "interfaces/INetWorkerCallBacks.h"
 
@@ -48,42 +47,9 @@ public:
     std::function<bool(size_t report)> answer;  // default: false (go on)
 };
 
-// Steerable clock, writes and directory creation; defaults to the real kernel32 services.
-class FakeSystem : public ExecutorSystem {
-public:
-    uint32_t TickCount() override;
-    bool WriteFile(HANDLE file, const void* data, uint32_t size, uint32_t* written) override;
-    bool CreateDirectory(const wchar_t* path) override;
+// The directory under which the tests extract; it exists in every test's file system.
+extern const wchar_t kTestRoot[];
 
-    std::deque<uint32_t> ticks;  // next TickCount answers; the last one repeats
-    // Write calls (from 0) that fail with the given last error instead of writing.
-    std::map<int, uint32_t> failWriteAt;
-    // Write calls that write only part of the block (at most this many bytes).
-    std::map<int, uint32_t> shortWriteAt;
-    std::function<void(int call)> beforeWrite;
-    int writeCalls = 0;
-    std::vector<uint32_t> writeSizes;
-    // CreateDirectory: paths that fail with the given last error.
-    std::map<std::wstring, uint32_t> failDirectory;
-    std::vector<std::wstring> directoriesAsked;
-};
-
-// A fresh directory under the Wine prefix's temporary folder, removed with everything in it.
-class TempDirectory {
-public:
-    TempDirectory();
-    ~TempDirectory();
-    const std::wstring& Path() const { return m_path; }
-    std::wstring Child(const std::wstring& name) const { return m_path + L"\\" + name; }
-
-private:
-    std::wstring m_path;
-};
-
-std::string ReadWholeFile(const std::wstring& path);
-bool FileExists(const std::wstring& path);
-bool DirectoryExists(const std::wstring& path);
-void WriteWholeFile(const std::wstring& path, const std::string& content);
 std::string PatternData(size_t size, uint32_t seed = 1);
 FILETIME MidnightOf(int year, int month, int day);
 
@@ -103,6 +69,9 @@ protected:
     void StartSession();
     // Catalog everything with the scripted objects; clears the calls and the log after.
     void CatalogAll();
+
+    // kTestRoot + "\\" + name.
+    static std::wstring UnderRoot(const std::wstring& name);
 
     FakeApiWrapper m_wrapper;
     FakeSystem m_system;

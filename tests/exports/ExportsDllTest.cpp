@@ -7,21 +7,11 @@
 #include <vector>
 
 #include "ExportsTestSupport.h"
+#include "ScopedEnvironment.h"
 #include "common/UniqueHandle.h"
 #include "exports/NetWorkerXbsa.h"
 
 namespace {
-
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const wchar_t* name, const wchar_t* value) : m_name(name) {
-        SetEnvironmentVariableW(name, value);
-    }
-    ~ScopedEnvironment() { SetEnvironmentVariableW(m_name, nullptr); }
-
-private:
-    const wchar_t* m_name;
-};
 
 TEST(ExportsDll, FreeingNullDoesNothing) {
     FreeNamedPipeConnection(nullptr);

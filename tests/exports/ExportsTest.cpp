@@ -7,6 +7,7 @@
 
 #include "ExportsTestSupport.h"
 #include "RecordingLog.h"
+#include "TestFiles.h"
 #include "exports/NetWorkerXbsa.h"
 
 namespace {
@@ -150,11 +151,10 @@ TEST_F(ExportsTest, ThreeArgumentExecutorStartsTheHelperFromTheCurrentDirectory)
     ASSERT_TRUE(AllocateNamedPipeConnection(&connection));
     ASSERT_TRUE(AllocateNetWorkerNamedPipeExecutor(&executor, UniquePipeName(L"default").c_str(),
                                                    connection));
-    wchar_t temp[MAX_PATH];
-    ASSERT_GT(GetTempPathW(MAX_PATH, temp), 0u);
+    const TempDirectory temp("default");
     {
         // A directory without the helper: the bare program name is not searched for.
-        ScopedCurrentDirectory inTemp(temp);
+        ScopedCurrentDirectory inTemp(temp.Path().c_str());
         EXPECT_EQ(executor->Initialize("client", "server"), static_cast<int32_t>(0x80070002));
     }
     EXPECT_EQ(TestLoggers::Find(L"NetWorkerNamedPipeExecutor")->TextsAt(LogLevelError),

@@ -4,12 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "ExportsTestSupport.h"
+#include "TestFiles.h"
 #include "common/UniqueHandle.h"
 #include "exports/NetWorkerXbsa.h"
 
@@ -39,26 +38,16 @@ int RunHelper(const std::wstring& commandLine, DWORD timeoutMilliseconds = 60000
     return static_cast<int>(exitCode);
 }
 
-std::string ReadWholeFile(const std::wstring& path) {
-    std::ifstream in(std::string(path.begin(), path.end()), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 class ScopedLogFile {
 public:
-    ScopedLogFile() {
-        wchar_t temp[MAX_PATH];
-        GetTempPathW(MAX_PATH, temp);
-        m_path = std::wstring(temp) + UniquePipeName(L"helperlog") + L".log";
+    ScopedLogFile() : m_path(m_directory.Child(L"helper.log")) {
         SetEnvironmentVariableW(L"TARNLOG_FILE", m_path.c_str());
     }
-    ~ScopedLogFile() {
-        SetEnvironmentVariableW(L"TARNLOG_FILE", nullptr);
-        DeleteFileW(m_path.c_str());
-    }
+    ~ScopedLogFile() { SetEnvironmentVariableW(L"TARNLOG_FILE", nullptr); }
     std::string Text() const { return ReadWholeFile(m_path); }
 
 private:
+    TempDirectory m_directory{"helperlog"};
     std::wstring m_path;
 };
 

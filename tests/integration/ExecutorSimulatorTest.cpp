@@ -5,6 +5,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #include "Journal.h"
@@ -492,4 +493,60 @@ TEST_F(SimulatedExecutorTest, QuitDuringAThrottledTransfer) {
     EXPECT_LT(m_simulator->JournalLinesOf("BSAGetData").size(), 2097153u / 16384);
     EXPECT_EQ(L"User Canceled the extraction process", Lines().at(1).second);
     m_simulator->SetFaults(L"");
+}
+
+TEST_F(SimulatedExecutorTest, FileFoundCallbackThatThrowsStillEndsTheTransaction) {
+    Install();
+    ASSERT_EQ(0, Open());
+    m_simulator->ClearJournal();
+    m_found.answer = [](const NetWorkerFileInfo& file) -> bool {
+        if (file.index == 2) {
+            throw std::runtime_error("the host went away");
+        }
+        return false;
+    };
+    EXPECT_THROW(m_executor->Catalog(nullptr, nullptr, &m_found, &m_error), std::runtime_error);
+    // The server saw the transaction ended, successfully, after the last query call.
+    std::vector<std::string> calls;
+    for (const std::string& line : m_simulator->JournalLines()) {
+        calls.push_back(line.substr(0, line.find(' ')));
+    }
+    ASSERT_FALSE(calls.empty());
+    EXPECT_EQ("BSAEndTxn", calls.back());
+    EXPECT_EQ("0", FieldOf(m_simulator->JournalLinesOf("BSAEndTxn").back(), "rc"));
+    // Nothing is left open: the next catalogue begins its own transaction and sees it all.
+    m_found.answer = nullptr;
+    EXPECT_EQ(SeededCatalogue().size(), CatalogAll().size());
+    EXPECT_EQ("0", FieldOf(m_simulator->JournalLinesOf("BSABeginTxn").back(), "rc"));
+}
+
+TEST_F(SimulatedExecutorTest, ProgressCallbackThatThrowsEndsTheDataAndLeavesNoPartialFile) {
+    Install();
+    ASSERT_EQ(0, Open());
+    CatalogAll();
+    ASSERT_EQ(0, m_executor->BeginExtract());
+    m_simulator->ClearJournal();
+    TempDirectory temp;
+    m_progress.answer = [](size_t report) -> bool {
+        if (report == 1) {
+            throw std::runtime_error("Other end of pipe disconnected");
+        }
+        return false;
+    };
+    // Object 20, 2,097,153 bytes: the first block is on disk when the callback throws.
+    EXPECT_THROW(m_executor->ExtractFile(8, temp.Path().c_str(), L"big.edb", &m_progress, &m_error),
+                 std::runtime_error);
+    EXPECT_FALSE(FileExists(temp.Child(L"big.edb")));
+    const std::vector<std::string> endData = m_simulator->JournalLinesOf("BSAEndData");
+    ASSERT_EQ(1u, endData.size());
+    EXPECT_EQ("0", FieldOf(endData[0], "rc"));
+    EXPECT_EQ(1u, m_simulator->JournalLinesOf("BSAGetData").size());
+
+    // The transfer was closed: the same session extracts the object in full and ends cleanly.
+    m_progress.answer = nullptr;
+    ASSERT_EQ(0,
+              m_executor->ExtractFile(8, temp.Path().c_str(), L"big.edb", &m_progress, &m_error));
+    std::string output;
+    EXPECT_TRUE(Verify(20, temp.Child(L"big.edb"), &output)) << output;
+    EXPECT_EQ(0, m_executor->EndExtract());
 }

@@ -87,15 +87,7 @@ std::vector<FoundFile> SimulatedExecutorTest::CatalogAll() {
 }
 
 bool SimulatedExecutorTest::Verify(int id, const std::wstring& file, std::string* output) {
-    std::string text;
-    const int exitCode = SimulatorFixture::RunAdmin(
-        L"verify --root \"" + m_simulator->StoreRoot() + L"\" --server srv --client cli --object " +
-            std::to_wstring(id) + L" --file \"" + file + L"\"",
-        &text);
-    if (output != nullptr) {
-        *output = text;
-    }
-    return exitCode == 0;
+    return m_simulator->Verify(std::to_wstring(id), file, output);
 }
 
 void SimulatedExecutorTest::SetStoreField(int id, int field, const std::string& value) {

@@ -10,6 +10,7 @@
 
 #include "ExecutorTestSupport.h"
 #include "SimulatorFixture.h"
+#include "TestFiles.h"
 #include "networker/NetWorkerApiWrapper.h"
 
 // One object of the seeded backup that the catalogue keeps, in catalogue order.

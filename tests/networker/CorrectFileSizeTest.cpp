@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "RecordingLog.h"
+#include "ScopedEnvironment.h"
+#include "TestFiles.h"
 #include "WinTestPaths.h"
 #include "interfaces/NetWorkerStatus.h"
 #include "networker/NetWorkerApiWrapper.h"
@@ -38,8 +40,8 @@ protected:
         m_service = std::make_unique<ScopedNsrexecdService>(L"\"" + m_dir + L"\\nsrexecd.exe\"");
         m_wrapper = std::make_unique<NetWorkerApiWrapper>();
         ASSERT_EQ(0, m_wrapper->Initialize());
-        m_record = std::make_unique<ScopedEnvironmentVariable>(L"FAKE_NSRINFO_RECORD",
-                                                               m_temp.File(L"command.txt"));
+        m_record = std::make_unique<ScopedEnvironment>(L"FAKE_NSRINFO_RECORD",
+                                                       m_temp.Child(L"command.txt"));
         Log()->Clear();
     }
 
@@ -55,15 +57,15 @@ protected:
     // What the fake tool prints and how it ends.
     void Tool(const std::string& standardOutput, const std::string& standardError = "",
               int exitCode = 0) {
-        ASSERT_TRUE(WriteWholeFile(m_temp.File(L"stdout.txt"), standardOutput));
-        ASSERT_TRUE(WriteWholeFile(m_temp.File(L"stderr.txt"), standardError));
+        ASSERT_TRUE(WriteWholeFile(m_temp.Child(L"stdout.txt"), standardOutput));
+        ASSERT_TRUE(WriteWholeFile(m_temp.Child(L"stderr.txt"), standardError));
         m_variables.clear();
-        m_variables.push_back(std::make_unique<ScopedEnvironmentVariable>(
-            L"FAKE_NSRINFO_STDOUT", m_temp.File(L"stdout.txt")));
-        m_variables.push_back(std::make_unique<ScopedEnvironmentVariable>(
-            L"FAKE_NSRINFO_STDERR", m_temp.File(L"stderr.txt")));
-        m_variables.push_back(std::make_unique<ScopedEnvironmentVariable>(
-            L"FAKE_NSRINFO_EXIT", std::to_wstring(exitCode)));
+        m_variables.push_back(std::make_unique<ScopedEnvironment>(L"FAKE_NSRINFO_STDOUT",
+                                                                  m_temp.Child(L"stdout.txt")));
+        m_variables.push_back(std::make_unique<ScopedEnvironment>(L"FAKE_NSRINFO_STDERR",
+                                                                  m_temp.Child(L"stderr.txt")));
+        m_variables.push_back(
+            std::make_unique<ScopedEnvironment>(L"FAKE_NSRINFO_EXIT", std::to_wstring(exitCode)));
     }
 
     int32_t Run(uint64_t* size) {
@@ -73,12 +75,12 @@ protected:
 
     std::wstring CommandLogLine() const { return m_dir + L"\\nsrinfo.exe " + Widen(kArguments); }
 
-    ScopedTempDirectory m_temp;
+    TempDirectory m_temp{"networker"};
     std::wstring m_dir;
     std::unique_ptr<ScopedNsrexecdService> m_service;
     std::unique_ptr<NetWorkerApiWrapper> m_wrapper;
-    std::unique_ptr<ScopedEnvironmentVariable> m_record;
-    std::vector<std::unique_ptr<ScopedEnvironmentVariable>> m_variables;
+    std::unique_ptr<ScopedEnvironment> m_record;
+    std::vector<std::unique_ptr<ScopedEnvironment>> m_variables;
 };
 
 }  // namespace
@@ -98,7 +100,7 @@ TEST_F(CorrectFileSizeTest, SizeFollowedByCommaAndTheExactCommandLine) {
               Log()->LinesAt(LogLevelTrace));
 
     // The child gets the argument line alone, without its own name in front.
-    EXPECT_EQ(kArguments, ReadWholeFile(m_temp.File(L"command.txt")));
+    EXPECT_EQ(kArguments, ReadWholeFile(m_temp.Child(L"command.txt")));
 }
 
 TEST_F(CorrectFileSizeTest, SizeFollowedByBlank) {
@@ -186,11 +188,11 @@ TEST_F(CorrectFileSizeTest, NullArgumentsAreRejected) {
 
 TEST(CorrectFileSizeWithoutInstallationTest, BareToolNameIsFoundInTheCurrentDirectory) {
     TestLoggers::Reset();
-    ScopedTempDirectory temp;
+    TempDirectory temp("networker");
     ASSERT_TRUE(CopyFileW((FakeInstallation(L"full") + L"\\nsrinfo.exe").c_str(),
-                          temp.File(L"nsrinfo.exe").c_str(), FALSE));
-    ASSERT_TRUE(WriteWholeFile(temp.File(L"stdout.txt"), "size=31,\n"));
-    ScopedEnvironmentVariable output(L"FAKE_NSRINFO_STDOUT", temp.File(L"stdout.txt"));
+                          temp.Child(L"nsrinfo.exe").c_str(), FALSE));
+    ASSERT_TRUE(WriteWholeFile(temp.Child(L"stdout.txt"), "size=31,\n"));
+    ScopedEnvironment output(L"FAKE_NSRINFO_STDOUT", temp.Child(L"stdout.txt"));
     wchar_t previous[MAX_PATH] = {};
     GetCurrentDirectoryW(MAX_PATH, previous);
     ASSERT_TRUE(SetCurrentDirectoryW(temp.Path().c_str()));
@@ -209,7 +211,7 @@ TEST(CorrectFileSizeWithoutInstallationTest, BareToolNameIsFoundInTheCurrentDire
 
 TEST(CorrectFileSizeWithoutInstallationTest, MissingToolFailsToStart) {
     TestLoggers::Reset();
-    ScopedTempDirectory temp;
+    TempDirectory temp("networker");
     wchar_t previous[MAX_PATH] = {};
     GetCurrentDirectoryW(MAX_PATH, previous);
     ASSERT_TRUE(SetCurrentDirectoryW(temp.Path().c_str()));
@@ -225,4 +227,34 @@ TEST(CorrectFileSizeWithoutInstallationTest, MissingToolFailsToStart) {
     const std::vector<std::wstring> errors = TestLoggers::Find(kLogger)->TextsAt(LogLevelError);
     ASSERT_EQ(2u, errors.size());
     EXPECT_EQ(L"CreateProcess failed: nsrinfo.exe", errors[0]);
+}
+
+TEST(CorrectFileSizeInstallationTest, InstallationDirectoryWithConversionsIsLoggedAsItStands) {
+    // NetWorker installed under a directory whose name holds "%s" and "%n", without its
+    // nsrinfo.exe: the failure's message carries that path.
+    TestLoggers::Reset();
+    TempDirectory temp("networker");
+    const std::wstring directory = temp.Child(L"nw %s%n%d");
+    ASSERT_TRUE(CreateDirectoryW(directory.c_str(), nullptr));
+    for (const wchar_t* file : {L"liblocal.dll", L"librpc.dll", L"librap.dll", L"libnsr.dll",
+                                L"libasm.dll", L"libbsa.dll"}) {
+        ASSERT_TRUE(CopyFileW((FakeInstallation(L"full") + L"\\" + file).c_str(),
+                              (directory + L"\\" + file).c_str(), FALSE))
+            << GetLastError();
+    }
+    ScopedNsrexecdService service(L"\"" + directory + L"\\nsrexecd.exe\"");
+    auto wrapper = std::make_unique<NetWorkerApiWrapper>();
+    ASSERT_EQ(0, wrapper->Initialize());
+    const BSA_ObjectDescriptor desc = Descriptor("\\IS", "\\DB1");
+    uint64_t size = 8;
+    EXPECT_EQ(NetWorkerStatus::FunctionFailed,
+              wrapper->CorrectFileSize(&desc, &size, "srv", "cli"));
+    const std::vector<std::wstring> errors = TestLoggers::Find(kLogger)->TextsAt(LogLevelError);
+    ASSERT_EQ(2u, errors.size());
+    EXPECT_EQ(L"CreateProcess failed: " + directory + L"\\nsrinfo.exe", errors[0]);
+    EXPECT_EQ(L"HRESULT 0000065b GetLastError() 2", errors[1]);
+    // The wrapper's own formats take the path as an argument, as they always did.
+    EXPECT_EQ(directory + L"\\nsrinfo.exe " + Widen(kArguments),
+              TestLoggers::Find(kLogger)->TextsAt(LogLevelInfo).at(0));
+    wrapper.reset();  // the libraries go before the directory does
 }

@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "RecordingLog.h"
+#include "ScopedEnvironment.h"
+#include "TestFiles.h"
 #include "WinTestPaths.h"
 #include "fakes/FakeNetWorker.h"
 #include "interfaces/NetWorkerStatus.h"
@@ -195,9 +197,9 @@ TEST_F(NetWorkerApiWrapperTest, SecondInitializeReturnsZeroAndLoadsNothing) {
 }
 
 TEST_F(NetWorkerApiWrapperTest, LibrariesAreFreedInLoadOrder) {
-    ScopedTempDirectory temp;
-    const std::wstring unloadLog = temp.File(L"unloads.txt");
-    ScopedEnvironmentVariable variable(L"FAKE_NETWORKER_UNLOAD_LOG", unloadLog);
+    TempDirectory temp("networker");
+    const std::wstring unloadLog = temp.Child(L"unloads.txt");
+    ScopedEnvironment variable(L"FAKE_NETWORKER_UNLOAD_LOG", unloadLog);
     ScopedNsrexecdService service(QuotedProgram(FakeInstallation(L"full")));
     {
         NetWorkerApiWrapper wrapper;

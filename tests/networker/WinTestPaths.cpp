@@ -20,39 +20,6 @@ std::wstring FakeInstallation(const wchar_t* variant) {
     return full;
 }
 
-ScopedTempDirectory::ScopedTempDirectory() {
-    wchar_t temp[MAX_PATH] = {};
-    GetTempPathW(MAX_PATH, temp);
-    for (unsigned attempt = 0; attempt < 1000; ++attempt) {
-        std::wstring candidate = std::wstring(temp) + L"nwx-networker-" +
-                                 std::to_wstring(GetCurrentProcessId()) + L"-" +
-                                 std::to_wstring(GetTickCount() + attempt);
-        if (CreateDirectoryW(candidate.c_str(), nullptr)) {
-            m_path = candidate;
-            return;
-        }
-    }
-    ADD_FAILURE() << "no temporary directory";
-}
-
-ScopedTempDirectory::~ScopedTempDirectory() {
-    if (m_path.empty()) {
-        return;
-    }
-    WIN32_FIND_DATAW found;
-    HANDLE search = FindFirstFileW((m_path + L"\\*").c_str(), &found);
-    if (search != INVALID_HANDLE_VALUE) {
-        do {
-            const std::wstring name = found.cFileName;
-            if (name != L"." && name != L"..") {
-                DeleteFileW((m_path + L"\\" + name).c_str());
-            }
-        } while (FindNextFileW(search, &found));
-        FindClose(search);
-    }
-    RemoveDirectoryW(m_path.c_str());
-}
-
 namespace {
 
 UniqueServiceHandle OpenManager() {
@@ -139,44 +106,4 @@ void ScopedNsrexecdService::ChangeBinaryPath(const std::wstring& binaryPath) {
     ASSERT_TRUE(ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
                                      SERVICE_NO_CHANGE, binaryPath.c_str(), nullptr, nullptr,
                                      nullptr, nullptr, nullptr, nullptr));
-}
-
-ScopedEnvironmentVariable::ScopedEnvironmentVariable(const wchar_t* name, const std::wstring& value)
-    : m_name(name) {
-    std::vector<wchar_t> old(32768);
-    const DWORD length = GetEnvironmentVariableW(name, old.data(), static_cast<DWORD>(old.size()));
-    m_hadValue = length > 0 || GetLastError() != ERROR_ENVVAR_NOT_FOUND;
-    m_oldValue.assign(old.data(), length);
-    SetEnvironmentVariableW(name, value.c_str());
-}
-
-ScopedEnvironmentVariable::~ScopedEnvironmentVariable() {
-    SetEnvironmentVariableW(m_name.c_str(), m_hadValue ? m_oldValue.c_str() : nullptr);
-}
-
-bool WriteWholeFile(const std::wstring& path, const std::string& bytes) {
-    UniqueFileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file) {
-        return false;
-    }
-    DWORD written = 0;
-    return WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written,
-                     nullptr) &&
-           written == bytes.size();
-}
-
-std::string ReadWholeFile(const std::wstring& path) {
-    UniqueFileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    std::string bytes;
-    if (!file) {
-        return bytes;
-    }
-    char buffer[4096];
-    DWORD got = 0;
-    while (ReadFile(file.get(), buffer, sizeof(buffer), &got, nullptr) && got > 0) {
-        bytes.append(buffer, got);
-    }
-    return bytes;
 }

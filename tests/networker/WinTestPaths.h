@@ -12,21 +12,6 @@ std::wstring ProgramDirectory();
 // "nogetdata". Absolute, without a trailing backslash.
 std::wstring FakeInstallation(const wchar_t* variant);
 
-// A fresh empty directory under the temp directory; removed with its files on destruction.
-class ScopedTempDirectory {
-public:
-    ScopedTempDirectory();
-    ~ScopedTempDirectory();
-    ScopedTempDirectory(const ScopedTempDirectory&) = delete;
-    ScopedTempDirectory& operator=(const ScopedTempDirectory&) = delete;
-
-    const std::wstring& Path() const { return m_path; }
-    std::wstring File(const wchar_t* name) const { return m_path + L"\\" + name; }
-
-private:
-    std::wstring m_path;
-};
-
 // Registers the service "nsrexecd" with the given binary path for the life of the object and
 // deletes it afterwards. A leftover registration from an earlier run is replaced.
 class ScopedNsrexecdService {
@@ -55,20 +40,3 @@ unsigned long NsrexecdConfigBytesNeeded();
 
 // Deletes "nsrexecd" if it is registered; true when it is gone afterwards.
 bool RemoveNsrexecdService();
-
-// Sets an environment variable for the life of the object; restores the old state afterwards.
-class ScopedEnvironmentVariable {
-public:
-    ScopedEnvironmentVariable(const wchar_t* name, const std::wstring& value);
-    ~ScopedEnvironmentVariable();
-    ScopedEnvironmentVariable(const ScopedEnvironmentVariable&) = delete;
-    ScopedEnvironmentVariable& operator=(const ScopedEnvironmentVariable&) = delete;
-
-private:
-    std::wstring m_name;
-    bool m_hadValue = false;
-    std::wstring m_oldValue;
-};
-
-bool WriteWholeFile(const std::wstring& path, const std::string& bytes);
-std::string ReadWholeFile(const std::wstring& path);

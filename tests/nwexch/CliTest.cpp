@@ -7,10 +7,13 @@
 
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "SimulatorFixture.h"
+#include "TestFiles.h"
 #include "common/UniqueHandle.h"
 
 namespace {
@@ -36,8 +39,10 @@ std::wstring BinDir() {
 std::wstring Work() {
     return Env(L"NWEXCH_TEST_WORK");
 }
-std::wstring Store() {
-    return Work() + L"\\store";
+// The simulated NetWorker of the whole suite (SetUpTestSuite).
+std::unique_ptr<SimulatorFixture>& Simulator() {
+    static std::unique_ptr<SimulatorFixture> simulator;
+    return simulator;
 }
 
 std::wstring Quote(const std::wstring& arg) {
@@ -129,35 +134,12 @@ Result Nwexch(const std::vector<std::wstring>& args, const wchar_t* mode = L"in-
 }
 
 Result Admin(std::vector<std::wstring> args) {
-    args.insert(args.end(), {L"--root", Store()});
+    args.insert(args.end(), {L"--root", Simulator()->StoreRoot()});
     return RunProgram(L"nwsim-admin.exe", args);
 }
 
 bool Verify(const std::wstring& objectPath, const std::wstring& file) {
-    return Admin({L"verify", L"--server", kServer, L"--client", kClient, L"--object", objectPath,
-                  L"--file", file})
-               .exitCode == 0;
-}
-
-// Every file below a directory, recursively.
-void ListFiles(const std::wstring& dir, std::vector<std::wstring>* files) {
-    WIN32_FIND_DATAW data;
-    HANDLE find = FindFirstFileW((dir + L"\\*").c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE) {
-        return;
-    }
-    do {
-        const std::wstring name = data.cFileName;
-        if (name == L"." || name == L"..") {
-            continue;
-        }
-        if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-            ListFiles(dir + L"\\" + name, files);
-        } else {
-            files->push_back(dir + L"\\" + name);
-        }
-    } while (FindNextFileW(find, &data));
-    FindClose(find);
+    return Simulator()->Verify(objectPath, file);
 }
 
 // Minimal reader for the flat JSON objects nwexch writes: string and integer values.
@@ -293,10 +275,12 @@ class NwexchCli : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         ASSERT_FALSE(Work().empty()) << "run through run-cli-tests.sh";
-        Install();
-        const Result seed = Admin({L"seed-exchange", L"--server", kServer, L"--client", kClient,
-                                   L"--db-size", std::to_wstring(kDatabaseSize)});
-        ASSERT_EQ(seed.exitCode, 0u) << seed.err;
+        SimulatorOptions options;
+        options.server = kServer;
+        options.client = kClient;
+        options.databaseSize = kDatabaseSize;
+        Simulator() = std::make_unique<SimulatorFixture>(options);
+        ASSERT_TRUE(Simulator()->Ready()) << Simulator()->Failure();
         // One log of an earlier day, so that date filters have something to tell apart.
         const Result add =
             Admin({L"add", L"--server", kServer, L"--client", kClient, L"--path",
@@ -305,10 +289,7 @@ protected:
         ASSERT_EQ(add.exitCode, 0u) << add.err;
     }
 
-    static void Install() {
-        const Result install = Admin({L"install", L"--dir", Work() + L"\\networker"});
-        ASSERT_EQ(install.exitCode, 0u) << install.err;
-    }
+    static void TearDownTestSuite() { Simulator().reset(); }
 
     static std::wstring Destination(const wchar_t* name) { return Work() + L"\\" + name; }
 };
@@ -372,8 +353,7 @@ TEST_F(NwexchCli, RestoreByIndexWritesTheExactBytes) {
     ASSERT_EQ(result.exitCode, 0u) << result.out << result.err;
     const std::wstring file = to + L"\\Second Storage Group\\Mailbox Store 2 (EX01).edb";
     EXPECT_TRUE(Verify(kDatabase, file));
-    std::vector<std::wstring> files;
-    ListFiles(to, &files);
+    const std::vector<std::wstring> files = FilesBelow(to);
     EXPECT_EQ(files.size(), 1u);
     EXPECT_TRUE(Contains(result.out, "Restored 1 of 1 files, " + std::to_string(kDatabaseSize)));
 
@@ -424,8 +404,7 @@ TEST_F(NwexchCli, RestoreByGlobInHelperModeAndFlat) {
         Nwexch({L"restore", L"--match", L"/second storage group/*.LOG", L"--to", to, L"--flat"},
                L"helper");
     ASSERT_EQ(result.exitCode, 0u) << result.out << result.err;
-    std::vector<std::wstring> files;
-    ListFiles(to, &files);
+    const std::vector<std::wstring> files = FilesBelow(to);
     ASSERT_EQ(files.size(), 3u);
     for (const wchar_t* name : {L"E01000A1.log", L"E01000A2.log", L"E01tmp.log"}) {
         EXPECT_TRUE(Verify(std::wstring(L"/Second Storage Group/") + name, to + L"\\" + name))
@@ -456,8 +435,7 @@ TEST_F(NwexchCli, CancellationLeavesNoPartialFileInEitherMode) {
         EXPECT_EQ(result.exitCode, 4u) << Narrow(mode) << result.out << result.err;
         EXPECT_TRUE(Contains(result.out, "CANCELLED  " + Narrow(kDatabase)));
         EXPECT_TRUE(Contains(result.out, "Restored 0 of 6 files"));
-        std::vector<std::wstring> files;
-        ListFiles(to, &files);
+        const std::vector<std::wstring> files = FilesBelow(to);
         EXPECT_TRUE(files.empty()) << Narrow(files.empty() ? L"" : files[0]);
     }
 }
@@ -472,8 +450,7 @@ TEST_F(NwexchCli, FullDiskAnsweredWithCancelLeavesNothing) {
     EXPECT_EQ(result.exitCode, 4u) << result.out << result.err;
     EXPECT_TRUE(Contains(result.err, "the disk is full"));
     EXPECT_TRUE(Contains(result.out, "CANCELLED  " + Narrow(kDatabase) + ": the disk is full"));
-    std::vector<std::wstring> files;
-    ListFiles(tiny, &files);
+    const std::vector<std::wstring> files = FilesBelow(tiny);
     EXPECT_TRUE(files.empty()) << Narrow(files.empty() ? L"" : files[0]);
 }
 
@@ -525,7 +502,7 @@ TEST_F(NwexchCli, MissingNsrexecdServiceSaysTheClientIsNotInstalled) {
         EXPECT_TRUE(Contains(result.err, "NetWorker's client is not installed")) << result.err;
         EXPECT_TRUE(Contains(result.err, "\"nsrexecd\"")) << result.err;
     }
-    Install();
+    EXPECT_TRUE(Simulator()->Reinstall());
 }
 
 }  // namespace

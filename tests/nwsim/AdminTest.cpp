@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "SyntheticContent.h"
-#include "TempDir.h"
+#include "TestFiles.h"
 #include "WinTestSupport.h"
 #include "common/UniqueHandle.h"
 
@@ -65,7 +65,7 @@ protected:
         return Admin(L"seed-exchange --root " + Root() + L" --server srv --client cli" + extra);
     }
 
-    TempDir dir;
+    TempDirectory dir{"nwsim"};
     fs::path install = dir.Path() / L"NetWorker" / L"nsr" / L"bin";
 };
 

@@ -3,7 +3,7 @@
 #include <fstream>
 
 #include "Catalogue.h"
-#include "TempDir.h"
+#include "TestFiles.h"
 
 namespace {
 
@@ -126,7 +126,7 @@ TEST(Catalogue, DateTimeChecksTheCalendar) {
 }
 
 TEST(Catalogue, SaveAndLoadKeepOrderAndComments) {
-    nwsimtest::TempDir dir;
+    TempDirectory dir{"nwsim"};
     Catalogue catalogue;
     for (uint64_t id = 1; id <= 3; ++id) {
         CatalogueObject o = Sample();
@@ -147,7 +147,7 @@ TEST(Catalogue, SaveAndLoadKeepOrderAndComments) {
 }
 
 TEST(Catalogue, MissingFileIsEmptyAndBadLineIsNamed) {
-    nwsimtest::TempDir dir;
+    TempDirectory dir{"nwsim"};
     Catalogue loaded;
     std::string error;
     ASSERT_TRUE(LoadCatalogue(dir.Path() / "none.txt", loaded, error));

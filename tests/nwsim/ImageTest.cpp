@@ -10,7 +10,8 @@
 
 #include "Journal.h"
 #include "StoreOps.h"
-#include "TempDir.h"
+#include "ScopedEnvironment.h"
+#include "TestFiles.h"
 #include "WinTestSupport.h"
 #include "common/UniqueHandle.h"
 #include "interfaces/xbsa.h"
@@ -132,12 +133,12 @@ protected:
         return *nwsim::SelectObject(catalogue, path, 0);
     }
 
-    TempDir dir;
+    TempDirectory dir{"nwsim"};
     fs::path root = dir.Path() / L"store";
     fs::path journal = dir.Path() / L"journal.txt";
     ScopedEnvironment rootVariable{L"NWSIM_ROOT", root.wstring()};
     ScopedEnvironment journalVariable{L"NWSIM_JOURNAL", journal.wstring()};
-    ScopedEnvironment faultsVariable{L"NWSIM_FAULTS", L""};
+    ScopedEnvironment faultsVariable{L"NWSIM_FAULTS", nullptr};
     std::vector<UniqueModule> modules;
     BSAInitFn init = nullptr;
     BSATerminateFn terminate = nullptr;
@@ -284,7 +285,7 @@ TEST_F(ImageSession, FaultsFromTheEnvironmentAndTheStore) {
         std::ofstream store(root / L"faults.txt", std::ios::binary);
         store << "# store-wide\nBSAQueryObject=4\n";
     }
-    ScopedEnvironment noEnvironmentFaults(L"NWSIM_FAULTS", L"");
+    ScopedEnvironment noEnvironmentFaults(L"NWSIM_FAULTS", nullptr);
     ASSERT_EQ(Open(handle), BSA_RC_SUCCESS);
     ASSERT_EQ(beginTxn(handle), BSA_RC_SUCCESS);
     BSA_QueryDescriptor query;
@@ -305,7 +306,7 @@ TEST_F(ImageSession, UnknownNamesAndMissingStore) {
     char* partial[] = {noServer, nullptr};
     EXPECT_EQ(init(&handle, &token, &owner, partial), BSA_RC_INVALID_ENV);
     // The image directory has no nwsim.ini: without NWSIM_ROOT there is no store.
-    ScopedEnvironment noRoot(L"NWSIM_ROOT", L"");
+    ScopedEnvironment noRoot(L"NWSIM_ROOT", nullptr);
     EXPECT_EQ(Open(handle), BSA_RC_SYSTEM_ERROR);
     const auto lines = ReadJournal(journal);
     EXPECT_NE(lines.back().Find("error")->find("nwsim.ini"), std::string::npos);
@@ -403,7 +404,7 @@ TEST_F(Nsrinfo, FindsTheStoreThroughNwsimIni) {
         std::ofstream ini(installed / L"nwsim.ini", std::ios::binary);
         ini << "[nwsim]\r\nroot=" << root.string() << "\r\n";
     }
-    ScopedEnvironment noRoot(L"NWSIM_ROOT", L"");
+    ScopedEnvironment noRoot(L"NWSIM_ROOT", nullptr);
     ProcessResult result = RunLikeTheLibrary(kBig, installed / L"nsrinfo.exe");
     EXPECT_EQ(result.exitCode, 0u) << result.errors;
     EXPECT_NE(result.output.find("size=5000000000,"), std::string::npos);

@@ -6,7 +6,7 @@
 #include "ExchangeSeed.h"
 #include "StoreOps.h"
 #include "SyntheticContent.h"
-#include "TempDir.h"
+#include "TestFiles.h"
 
 namespace {
 
@@ -49,7 +49,7 @@ protected:
         return result;
     }
 
-    nwsimtest::TempDir dir;
+    TempDirectory dir{"nwsim"};
     StoreLayout layout;
     Catalogue catalogue;
     const CatalogueObject* object = nullptr;

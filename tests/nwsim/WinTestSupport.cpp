@@ -102,17 +102,4 @@ ProcessResult Admin(const std::wstring& arguments) {
     return RunCommand(Quote(AdminExe()) + L" " + arguments);
 }
 
-ScopedEnvironment::ScopedEnvironment(const wchar_t* name, const std::wstring& value)
-    : m_name(name) {
-    wchar_t buffer[32768];
-    const DWORD length = GetEnvironmentVariableW(name, buffer, 32768);
-    m_hadPrevious = length != 0 || GetLastError() != ERROR_ENVVAR_NOT_FOUND;
-    m_previous.assign(buffer, length);
-    SetEnvironmentVariableW(name, value.empty() ? nullptr : value.c_str());
-}
-
-ScopedEnvironment::~ScopedEnvironment() {
-    SetEnvironmentVariableW(m_name.c_str(), m_hadPrevious ? m_previous.c_str() : nullptr);
-}
-
 }  // namespace nwsimtest

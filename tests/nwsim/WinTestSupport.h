@@ -31,18 +31,4 @@ ProcessResult Admin(const std::wstring& arguments);
 
 std::wstring Quote(const std::filesystem::path& path);
 
-// Sets (or, with an empty value, removes) a variable of this process until destruction.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const wchar_t* name, const std::wstring& value);
-    ~ScopedEnvironment();
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-private:
-    std::wstring m_name;
-    std::wstring m_previous;
-    bool m_hadPrevious = false;
-};
-
 }  // namespace nwsimtest

@@ -7,7 +7,7 @@
 #include "ExchangeSeed.h"
 #include "StoreOps.h"
 #include "SyntheticContent.h"
-#include "TempDir.h"
+#include "TestFiles.h"
 #include "XbsaServer.h"
 
 namespace {
@@ -117,7 +117,7 @@ protected:
         }
     }
 
-    nwsimtest::TempDir dir;
+    TempDirectory dir{"nwsim"};
     FakeHost host;
     XbsaServer server{host};
     BSA_SecurityToken token{};

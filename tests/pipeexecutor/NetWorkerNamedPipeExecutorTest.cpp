@@ -1,5 +1,3 @@
-#include <windows.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,6 +10,7 @@
 #include "RecordingLog.h"
 #include "ScriptedConnection.h"
 #include "pipe/PipeMessages.h"
+#include "pipe/WireStrings.h"
 #include "pipeexecutor/NetWorkerNamedPipeExecutor.h"
 
 using ::testing::_;
@@ -157,7 +156,7 @@ TEST_F(PipeExecutorTest, InitializeNameOf254CharactersFitsAnd255IsRefused) {
 }
 
 TEST_F(PipeExecutorTest, FailingLauncherReturnsItsStatusAndNeverWaits) {
-    g_launcher.status = static_cast<long>(0x80070002);
+    g_launcher.status = static_cast<int32_t>(0x80070002);
     EXPECT_EQ(m_executor->Initialize("c", "s"), static_cast<int32_t>(0x80070002));
     EXPECT_THAT(m_connection.Calls(), ElementsAre(L"OpenNewPipe:nwx-test"));
     EXPECT_TRUE(m_connection.Sent().empty());
@@ -246,12 +245,8 @@ TEST_F(PipeExecutorTest, CatalogSendsZeroForNullBounds) {
 }
 
 TEST_F(PipeExecutorTest, CatalogRelaysEveryFileAndAnswersGoOn) {
-    // 2024-03-05 06:07:08 UTC, a Tuesday.
-    SYSTEMTIME when{2024, 3, 0, 5, 6, 7, 8, 0};
-    FILETIME ticks;
-    ASSERT_TRUE(SystemTimeToFileTime(&when, &ticks));
-    const uint64_t wireTicks =
-        (static_cast<uint64_t>(ticks.dwHighDateTime) << 32) | ticks.dwLowDateTime;
+    // 2024-03-05 06:07:08 UTC, a Tuesday, in 100-ns ticks since 1601.
+    const uint64_t wireTicks = 0x01DA6EC35AAFCE00ull;
     m_connection.Queue(FileFoundMessage(0, wireTicks, "/Exchange/First Storage Group/priv1.edb", 0,
                                         0x0000000100000002ull));
     m_connection.Queue(FileFoundMessage(1, wireTicks, "/Exchange/E00.log", 5242880, 7));
@@ -472,8 +467,8 @@ TEST_F(PipeExecutorTest, ExtractFileSendsIndexDirectoryAndFileName) {
     EXPECT_EQ(TypeOf(sent), 11u);
     const auto request = FromBytes<IpcBeginExtractFile>(sent);
     EXPECT_EQ(request.index, 3u);
-    EXPECT_EQ(std::wstring(request.directory), L"C:\\restore\\sg1");
-    EXPECT_EQ(std::wstring(request.fileName), L"priv1.edb");
+    EXPECT_EQ(WideFieldToString(request.directory, kIpcWideFieldSize), L"C:\\restore\\sg1");
+    EXPECT_EQ(WideFieldToString(request.fileName, kIpcWideFieldSize), L"priv1.edb");
     EXPECT_EQ(sent[12], 'C');
     EXPECT_EQ(sent[2060], 'p');
     for (size_t i = 2060 + 2 * std::wcslen(L"priv1.edb"); i < 4108; ++i) {
@@ -616,18 +611,6 @@ TEST(PipeExecutorConstruction, DestructionReleasesTheLoggerAndLeavesTheConnectio
     }
     EXPECT_EQ(TestLoggers::LiveCount(), 0u);
     EXPECT_TRUE(connection.Calls().empty());
-}
-
-TEST(StartClientProcess, MissingProgramGivesTheHresultOfFileNotFound) {
-    // The test runs in the build's bin directory via a different current directory.
-    wchar_t previous[MAX_PATH];
-    ASSERT_GT(GetCurrentDirectoryW(MAX_PATH, previous), 0u);
-    wchar_t temp[MAX_PATH];
-    ASSERT_GT(GetTempPathW(MAX_PATH, temp), 0u);
-    ASSERT_TRUE(SetCurrentDirectoryW(temp));
-    const long status = NetWorkerNamedPipeExecutor::StartClientProcess(L"nwx-missing");
-    SetCurrentDirectoryW(previous);
-    EXPECT_EQ(static_cast<unsigned long>(status), 0x80070002ul);
 }
 
 }  // namespace

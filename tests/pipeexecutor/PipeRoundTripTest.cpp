@@ -2,8 +2,6 @@
 // runs NetWorkerNamedPipeClient on a thread over a scripted executor, the test is the host.
 // Checks that both ends of the protocol agree, without processes.
 
-#include <windows.h>
-
 #include <gtest/gtest.h>
 
 #include <cstring>

@@ -14,8 +14,11 @@
 #include <vector>
 
 #include "../conformance/HostSessions.h"
-#include "../conformance/NwsimSetup.h"
+#include "../conformance/TestPrograms.h"
 #include "../exports/ExportsTestSupport.h"
+#include "ScopedEnvironment.h"
+#include "SimulatorEnvironment.h"
+#include "TestFiles.h"
 #include "common/UniqueHandle.h"
 
 namespace {
@@ -23,17 +26,7 @@ namespace {
 constexpr int32_t kPipeClosed = 109;
 constexpr DWORD kHelperAccess = SYNCHRONIZE | PROCESS_TERMINATE | PROCESS_QUERY_INFORMATION;
 
-NwsimInstallation g_nwsim;
-
-class NwsimEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override {
-        std::wstring reason;
-        ASSERT_TRUE(InstallSeededNwsim(L"processfaults", 0, &g_nwsim, &reason))
-            << std::string(reason.begin(), reason.end());
-    }
-};
-const auto* const g_environment = ::testing::AddGlobalTestEnvironment(new NwsimEnvironment);
+const auto* const g_simulator = ::testing::AddGlobalTestEnvironment(new SimulatorEnvironment);
 
 class NoErrors : public INetWorkerErrorCallBack {
 public:
@@ -154,7 +147,8 @@ TEST(ProcessFaults, HelperKilledDuringExtractionGives109) {
     NoErrors errors;
     ASSERT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
     ASSERT_EQ(session.Executor()->BeginExtract(), 0);
-    const std::wstring directory = MakeScratchDirectory(L"killext");
+    const TempDirectory temp("killext");
+    const std::wstring directory = temp.Path().wstring();
     CallbackAt first(1, [&] {
         session.SuspendHelper();
         session.KillHelperLater(500);
@@ -162,6 +156,76 @@ TEST(ProcessFaults, HelperKilledDuringExtractionGives109) {
     EXPECT_EQ(session.Executor()->ExtractFile(8, directory.c_str(), L"db.edb", &first, &errors),
               kPipeClosed);
     EXPECT_TRUE(HasExited(session.Helper(), 10000));
+}
+
+// The first file below `directory` that holds some bytes, waiting up to `milliseconds`.
+bool WaitForDataBelow(const std::wstring& directory, DWORD milliseconds) {
+    for (DWORD waited = 0; waited < milliseconds; waited += 100) {
+        for (const std::wstring& file : FilesBelow(directory)) {
+            WIN32_FILE_ATTRIBUTE_DATA data{};
+            if (GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data) &&
+                (data.nFileSizeLow != 0 || data.nFileSizeHigh != 0)) {
+                return true;
+            }
+        }
+        Sleep(100);
+    }
+    return false;
+}
+
+TEST(ProcessFaults, HostKilledDuringExtractionLeavesNoPartialFileAndEndsTheData) {
+    // nwexch is the host; at 16 KiB per second its 2 MB database takes two minutes.
+    ScopedEnvironment slow(L"NWSIM_FAULTS", L"throttle=16384");
+    const TempDirectory temp("killhost");
+    const std::wstring directory = temp.Child(L"restore");
+    const std::wstring journal = SimulatorEnvironment::Get().JournalPath();
+    SimulatorEnvironment::Get().ClearJournal();
+
+    const std::vector<DWORD> before = FindProcessesNamed(L"NetWorker64BitClient.exe");
+    std::wstring commandLine = L"\"" + TestProgramDirectory() +
+                               L"\\nwexch.exe\" restore --server srv --client cli --mode helper 8 "
+                               L"--to \"" +
+                               directory + L"\"";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION started{};
+    ASSERT_TRUE(CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr,
+                               nullptr, &startup, &started));
+    UniqueHandle host(started.hProcess);
+    UniqueHandle hostThread(started.hThread);
+
+    // Killed once the helper has written the first block of the database.
+    ASSERT_TRUE(WaitForDataBelow(directory, 60000));
+    ASSERT_TRUE(TerminateProcess(host.get(), 9));
+    WaitForSingleObject(host.get(), INFINITE);
+
+    UniqueHandle helper;
+    for (DWORD id : FindProcessesNamed(L"NetWorker64BitClient.exe")) {
+        if (std::find(before.begin(), before.end(), id) == before.end()) {
+            helper.reset(OpenProcess(kHelperAccess, FALSE, id));
+        }
+    }
+    ASSERT_TRUE(helper.valid()) << "the helper had ended before its host";
+    // Its next progress report finds the pipe closed: the helper ends on its own, having
+    // deleted the partial file and ended the transfer.
+    EXPECT_TRUE(HasExited(helper.get(), 20000));
+    const std::vector<std::wstring> left = FilesBelow(directory);
+    EXPECT_TRUE(left.empty()) << std::string(left.front().begin(), left.front().end());
+
+    std::vector<std::string> calls;
+    const std::string text = ReadWholeFile(journal);
+    for (size_t start = 0; start < text.size();) {
+        const size_t end = text.find('\n', start);
+        const std::string line = text.substr(start, end - start);
+        calls.push_back(line.substr(0, line.find(' ')));
+        start = end == std::string::npos ? text.size() : end + 1;
+    }
+    const auto opened = std::find(calls.begin(), calls.end(), "BSAGetObject");
+    ASSERT_NE(opened, calls.end());
+    EXPECT_NE(std::find(opened, calls.end(), "BSAEndData"), calls.end());
+    if (!HasExited(helper.get(), 0)) {
+        TerminateProcess(helper.get(), 9);
+    }
 }
 
 TEST(ProcessFaults, HostFreeingItsConnectionEndsTheHelperNormally) {

@@ -2,9 +2,9 @@
 
 #include <windows.h>
 
-#include <atomic>
 #include <vector>
 
+#include "TestFiles.h"
 #include "common/UniqueHandle.h"
 
 namespace {
@@ -30,43 +30,6 @@ std::string Narrow(const std::wstring& text) {
 
 std::wstring Quoted(const std::wstring& text) {
     return L"\"" + text + L"\"";
-}
-
-void RemoveTree(const std::wstring& path) {
-    WIN32_FIND_DATAW found;
-    HANDLE search = FindFirstFileW((path + L"\\*").c_str(), &found);
-    if (search != INVALID_HANDLE_VALUE) {
-        do {
-            const std::wstring name = found.cFileName;
-            if (name == L"." || name == L"..") {
-                continue;
-            }
-            const std::wstring child = path + L"\\" + name;
-            if (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-                RemoveTree(child);
-            } else {
-                SetFileAttributesW(child.c_str(), FILE_ATTRIBUTE_NORMAL);
-                DeleteFileW(child.c_str());
-            }
-        } while (FindNextFileW(search, &found));
-        FindClose(search);
-    }
-    RemoveDirectoryW(path.c_str());
-}
-
-std::wstring FreshBaseDirectory() {
-    static std::atomic<unsigned> counter{0};
-    wchar_t temp[MAX_PATH] = {};
-    GetTempPathW(MAX_PATH, temp);
-    for (int attempt = 0; attempt < 1000; ++attempt) {
-        const std::wstring candidate = std::wstring(temp) + L"nwx-sim-" +
-                                       std::to_wstring(GetCurrentProcessId()) + L"-" +
-                                       std::to_wstring(counter++);
-        if (CreateDirectoryW(candidate.c_str(), nullptr)) {
-            return candidate;
-        }
-    }
-    return std::wstring();
 }
 
 }  // namespace
@@ -134,14 +97,12 @@ SimulatorFixture::SimulatorFixture(SimulatorOptions options) {
     }
     SetEnvironmentVariableW(L"NWSIM_FAULTS", nullptr);
 
-    m_baseDir = FreshBaseDirectory();
-    if (m_baseDir.empty()) {
-        Fail("no temporary directory");
-        return;
-    }
-    m_installDir = m_baseDir + L"\\nw";
-    m_storeRoot = m_baseDir + L"\\store";
-    m_journalPath = m_baseDir + L"\\journal.txt";
+    m_server = options.server;
+    m_client = options.client;
+    m_base = std::make_unique<TempDirectory>("sim");
+    m_installDir = m_base->Child(L"nw");
+    m_storeRoot = m_base->Child(L"store");
+    m_journalPath = m_base->Child(L"journal.txt");
     if (!CreateDirectoryW(m_storeRoot.c_str(), nullptr)) {
         Fail("cannot create the store directory");
         return;
@@ -175,6 +136,7 @@ SimulatorFixture::SimulatorFixture(SimulatorOptions options) {
         install += L" --no-service";
     }
 
+    m_installCommand = install;
     std::string output;
     if (!options.registerService) {
         const int removed = RunAdmin(L"uninstall", &output);
@@ -190,8 +152,14 @@ SimulatorFixture::SimulatorFixture(SimulatorOptions options) {
         return;
     }
     if (options.seedExchange) {
-        const std::wstring seed = L"seed-exchange --root " + Quoted(m_storeRoot) + L" --server " +
-                                  options.server + L" --client " + options.client;
+        std::wstring seed = L"seed-exchange --root " + Quoted(m_storeRoot) + L" --server " +
+                            options.server + L" --client " + options.client;
+        if (options.objects != 0) {
+            seed += L" --objects " + std::to_wstring(options.objects);
+        }
+        if (options.databaseSize != 0) {
+            seed += L" --db-size " + std::to_wstring(options.databaseSize);
+        }
         const int seeded = RunAdmin(seed, &output);
         if (seeded != 0) {
             Fail("nwsim-admin seed-exchange failed (" + std::to_string(seeded) + "): " + output);
@@ -205,9 +173,7 @@ SimulatorFixture::~SimulatorFixture() {
     if (!m_installDir.empty()) {
         RunAdmin(L"uninstall --dir " + Quoted(m_installDir));
     }
-    if (!m_baseDir.empty()) {
-        RemoveTree(m_baseDir);
-    }
+    m_base.reset();  // the directories, with everything in them
     for (const SavedVariable& saved : m_saved) {
         SetEnvironmentVariableW(saved.name.c_str(), saved.present ? saved.value.c_str() : nullptr);
     }
@@ -253,6 +219,18 @@ std::vector<std::string> SimulatorFixture::JournalLinesOf(const std::string& cal
         }
     }
     return result;
+}
+
+bool SimulatorFixture::Verify(const std::wstring& object, const std::wstring& file,
+                              std::string* output) const {
+    return RunAdmin(L"verify --root " + Quoted(m_storeRoot) + L" --server " + m_server +
+                        L" --client " + m_client + L" --object " + Quoted(object) + L" --file " +
+                        Quoted(file),
+                    output) == 0;
+}
+
+bool SimulatorFixture::Reinstall() const {
+    return RunAdmin(m_installCommand) == 0;
 }
 
 void SimulatorFixture::ClearJournal() const {

@@ -87,20 +87,6 @@ std::string Utf8(const std::wstring& text) {
     return out;
 }
 
-ScopedEnvironment::ScopedEnvironment(const wchar_t* name, const wchar_t* value) : m_name(name) {
-    wchar_t old[4096];
-    const DWORD length = GetEnvironmentVariableW(name, old, 4096);
-    m_hadValue = length > 0 || GetLastError() != ERROR_ENVVAR_NOT_FOUND;
-    if (m_hadValue && length < 4096) {
-        m_oldValue.assign(old, length);
-    }
-    SetEnvironmentVariableW(name, value);
-}
-
-ScopedEnvironment::~ScopedEnvironment() {
-    SetEnvironmentVariableW(m_name.c_str(), m_hadValue ? m_oldValue.c_str() : nullptr);
-}
-
 TarnLogger::~TarnLogger() {
     Free();
 }

@@ -1,6 +1,6 @@
 #pragma once
-// Helpers for tests that read what TarnLog.dll wrote: temporary log paths, environment
-// variables set for the duration of a test, and the file split into lines and fields.
+// Helpers for tests that read what TarnLog.dll wrote: temporary log paths and the file split
+// into lines and fields (ScopedEnvironment.h sets variables for the duration of a test).
 
 #include <gtest/gtest.h>
 
@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ScopedEnvironment.h"
 #include "interfaces/ILog.h"
 
 // A path in the temporary directory that no other test uses; the file does not exist yet.
@@ -30,21 +31,6 @@ struct LogRecord {
 std::vector<LogRecord> ReadLogRecords(const std::wstring& path);
 
 std::string Utf8(const std::wstring& text);
-
-// Sets (or, with a null value, removes) a process environment variable and restores the old
-// value on destruction.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const wchar_t* name, const wchar_t* value);
-    ~ScopedEnvironment();
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-private:
-    std::wstring m_name;
-    bool m_hadValue = false;
-    std::wstring m_oldValue;
-};
 
 // Owns a logger from TarnLog.dll and frees it with FreeLogger.
 class TarnLogger {
