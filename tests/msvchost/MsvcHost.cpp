@@ -156,12 +156,16 @@ void Extract(INetWorkerExecutor* executor, uint32_t index, const wchar_t* direct
 }
 
 // One whole session: Initialize, Catalog, sizes, two files restored, EndExtract, Quit.
-int RunSession(INetWorkerExecutor* executor, const wchar_t* directory) {
+void InitializeAndCatalog(INetWorkerExecutor* executor, FileFound* found, Errors* errors) {
     Print("initialize status=%d\n", executor->Initialize(kClient, kServer));
+    const int32_t catalogStatus = executor->Catalog(nullptr, nullptr, found, errors);
+    Print("catalog status=%d files=%u\n", catalogStatus, found->count);
+}
+
+int RunSession(INetWorkerExecutor* executor, const wchar_t* directory) {
     FileFound found;
     Errors errors;
-    const int32_t catalogStatus = executor->Catalog(nullptr, nullptr, &found, &errors);
-    Print("catalog status=%d files=%u\n", catalogStatus, found.count);
+    InitializeAndCatalog(executor, &found, &errors);
     if (found.streamingIndex == kNotFound || found.logIndex == kNotFound) {
         Print("session: the two files to restore are not in the catalogue\n");
         return 3;
@@ -181,7 +185,15 @@ int RunSession(INetWorkerExecutor* executor, const wchar_t* directory) {
     return 0;
 }
 
-int RunInProcess(const wchar_t* directory) {
+int CatalogOnly(INetWorkerExecutor* executor, const wchar_t*) {
+    FileFound found;
+    Errors errors;
+    InitializeAndCatalog(executor, &found, &errors);
+    return 0;
+}
+
+// `run` on an executor over the DLL's own wrapper.
+int RunInProcess(int (*run)(INetWorkerExecutor*, const wchar_t*), const wchar_t* directory) {
     INetWorkerApiWrapper* wrapper = nullptr;
     INetWorkerExecutor* executor = nullptr;
     if (!AllocateNetWorkerApiWrapper(&wrapper) ||
@@ -189,28 +201,10 @@ int RunInProcess(const wchar_t* directory) {
         Print("allocation failed\n");
         return 2;
     }
-    const int result = RunSession(executor, directory);
+    const int result = run(executor, directory);
     FreeNetWorkerExecutor(executor);
     FreeNetWorkerApiWrapper(wrapper);
     return result;
-}
-
-int RunCatalogError() {
-    INetWorkerApiWrapper* wrapper = nullptr;
-    INetWorkerExecutor* executor = nullptr;
-    if (!AllocateNetWorkerApiWrapper(&wrapper) ||
-        !AllocateNetWorkerApiExecutor(&executor, wrapper)) {
-        Print("allocation failed\n");
-        return 2;
-    }
-    Print("initialize status=%d\n", executor->Initialize(kClient, kServer));
-    FileFound found;
-    Errors errors;
-    const int32_t catalogStatus = executor->Catalog(nullptr, nullptr, &found, &errors);
-    Print("catalog status=%d files=%u\n", catalogStatus, found.count);
-    FreeNetWorkerExecutor(executor);
-    FreeNetWorkerApiWrapper(wrapper);
-    return 0;
 }
 
 int RunWrapperDouble(const wchar_t* directory) {
@@ -364,7 +358,7 @@ extern "C" void HostEntry() {
     const wchar_t* directory = count > 2 ? arguments[2] : L"";
     int result = 64;
     if (msvcrt::WideEquals(mode, L"in-process")) {
-        result = RunInProcess(directory);
+        result = RunInProcess(&RunSession, directory);
     } else if (msvcrt::WideEquals(mode, L"wrapper-double")) {
         result = RunWrapperDouble(directory);
     } else if (msvcrt::WideEquals(mode, L"helper")) {
@@ -372,7 +366,7 @@ extern "C" void HostEntry() {
     } else if (msvcrt::WideEquals(mode, L"helper-launcher")) {
         result = RunHelper(directory, true);
     } else if (msvcrt::WideEquals(mode, L"catalog-error")) {
-        result = RunCatalogError();
+        result = RunInProcess(&CatalogOnly, directory);
     } else if (msvcrt::WideEquals(mode, L"delete-slot0")) {
         result = RunDeleteThroughSlot0();
     } else {

@@ -13,7 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "ScopedEnvironment.h"
 #include "SimulatorFixture.h"
+#include "TestFiles.h"
 #include "common/UniqueHandle.h"
 
 namespace {
@@ -106,34 +108,6 @@ std::vector<std::string> Lines(const std::string& text) {
     return lines;
 }
 
-std::string ReadFileText(const std::wstring& path) {
-    UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                  nullptr, OPEN_EXISTING, 0, nullptr));
-    std::string text;
-    if (!file) {
-        return text;
-    }
-    char buffer[65536];
-    DWORD read = 0;
-    while (ReadFile(file.get(), buffer, sizeof buffer, &read, nullptr) && read > 0) {
-        text.append(buffer, read);
-    }
-    return text;
-}
-
-class ScopedVariable {
-public:
-    ScopedVariable(const wchar_t* name, const std::wstring& value) : m_name(name) {
-        SetEnvironmentVariableW(name, value.c_str());
-    }
-    ~ScopedVariable() { SetEnvironmentVariableW(m_name, nullptr); }
-    ScopedVariable(const ScopedVariable&) = delete;
-    ScopedVariable& operator=(const ScopedVariable&) = delete;
-
-private:
-    const wchar_t* m_name;
-};
-
 // One line the stand-in logging library recorded.
 struct LogRecord {
     std::string pid;
@@ -181,25 +155,12 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(s_simulator->Ready()) << s_simulator->Failure();
         s_simulator->SetFaults(L"");
-        wchar_t temp[MAX_PATH] = {};
-        GetTempPathW(MAX_PATH, temp);
-        const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
-        m_restoreDirectory = std::wstring(temp) + L"nwx-msvc-host-" +
-                             std::to_wstring(GetCurrentProcessId()) + L"-" + Wide(test->name());
-        m_logFile = m_restoreDirectory + L".log";
-        DeleteFileW(m_logFile.c_str());
-    }
-
-    void TearDown() override {
-        for (const wchar_t* name : {L"Mailbox Store 2 (EX01).stm", L"E01000A2.log"}) {
-            DeleteFileW((m_restoreDirectory + L"\\" + name).c_str());
-        }
-        RemoveDirectoryW(m_restoreDirectory.c_str());
-        DeleteFileW(m_logFile.c_str());
+        m_restoreDirectory = m_scratch.Child(L"restored");
+        m_logFile = m_scratch.Child(L"msvclogger.log");
     }
 
     HostRun Run(const wchar_t* flavour, const std::wstring& mode) {
-        const ScopedVariable logFile(L"NWX_MSVCLOG_FILE", m_logFile);
+        const ScopedEnvironment logFile(L"NWX_MSVCLOG_FILE", m_logFile);
         return RunHost(HostDirectory(flavour), L"msvc_host.exe",
                        mode + L" \"" + m_restoreDirectory + L"\"");
     }
@@ -245,15 +206,13 @@ protected:
 
     void ExpectRestored(const char* object, const wchar_t* file) {
         std::string output;
-        const int status = SimulatorFixture::RunAdmin(
-            L"verify --server srv --client cli --root \"" + s_simulator->StoreRoot() +
-                L"\" --object \"" + Wide(object) + L"\" --file \"" + m_restoreDirectory + L"\\" +
-                file + L"\"",
-            &output);
-        EXPECT_EQ(status, 0) << output;
+        EXPECT_TRUE(s_simulator->Verify(Wide(object), m_restoreDirectory + L"\\" + file, &output))
+            << output;
     }
 
-    std::vector<LogRecord> LogRecords() const { return ParseLogRecords(ReadFileText(m_logFile)); }
+    std::vector<LogRecord> LogRecords() const {
+        return ParseLogRecords(ReadWholeFile(std::filesystem::path(m_logFile)));
+    }
 
     // The stand-in logging library was called only at the slots the library uses, every logger
     // it handed out came back, and the trace lines arrived at slot 4.
@@ -290,6 +249,7 @@ protected:
     }
 
     static std::unique_ptr<SimulatorFixture> s_simulator;
+    TempDirectory m_scratch{"msvc-host"};
     std::wstring m_restoreDirectory;
     std::wstring m_logFile;
 };
