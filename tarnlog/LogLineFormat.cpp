@@ -184,4 +184,25 @@ std::string BuildLogLine(const LocalTimestamp& time, int level, const wchar_t* l
     return line;
 }
 
+std::wstring LogFileLockName(const std::wstring& fileKey) {
+    // Each character is hashed as its two UTF-16 bytes, so that the name is the same whatever
+    // the width of wchar_t.
+    uint64_t hash = 14695981039346656037ULL;
+    const auto mix = [&hash](uint8_t byte) {
+        hash ^= byte;
+        hash *= 1099511628211ULL;
+    };
+    for (const wchar_t character : fileKey) {
+        const auto unit = static_cast<uint32_t>(character);
+        mix(static_cast<uint8_t>(unit & 0xFFU));
+        mix(static_cast<uint8_t>((unit >> 8U) & 0xFFU));
+    }
+    static const wchar_t kDigits[] = L"0123456789ABCDEF";
+    std::wstring name = L"Local\\TarnLogFile-";
+    for (int shift = 60; shift >= 0; shift -= 4) {
+        name.push_back(kDigits[(hash >> static_cast<unsigned>(shift)) & 0xFU]);
+    }
+    return name;
+}
+
 }  // namespace tarnlog

@@ -43,4 +43,10 @@ void AppendTimestamp(std::string& out, const LocalTimestamp& time);
 std::string BuildLogLine(const LocalTimestamp& time, int level, const wchar_t* logger,
                          const wchar_t* method, const wchar_t* text, size_t textLength);
 
+// The name of the mutex that every process writing to one log file takes around each line:
+// "Local\\TarnLogFile-" and 16 hexadecimal digits of a 64-bit FNV-1a hash of fileKey (the
+// file's full path, upper-cased). A hash, because kernel object names may not contain '\\'
+// and are limited in length.
+std::wstring LogFileLockName(const std::wstring& fileKey);
+
 }  // namespace tarnlog

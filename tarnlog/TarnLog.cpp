@@ -59,21 +59,33 @@ tarnlog::LocalTimestamp Now() {
 
 // One open log file, shared by every logger of this process that writes to the same path.
 // Opened for append only and shared with other writers, so a host and its helper program can
-// append to the same file; each line is one WriteFile under the lock, never torn.
+// append to the same file; each line is one WriteFile under the lock, never torn. Append-only
+// handles alone do not keep two processes apart everywhere (Wine appends by seeking to the end
+// and then writing), so the processes also share a named mutex per file.
 class LogFile {
 public:
-    explicit LogFile(UniqueFileHandle file) : m_file(std::move(file)) {}
+    LogFile(UniqueFileHandle file, UniqueHandle processesLock)
+        : m_file(std::move(file)), m_processesLock(std::move(processesLock)) {}
 
     void Append(const std::string& line) {
         std::lock_guard<std::mutex> lock(m_mutex);
+        // Without the named mutex (it could not be created) the line is still written; an
+        // abandoned mutex is ours all the same.
+        const bool processesLocked =
+            m_processesLock.valid() &&
+            WaitForSingleObject(m_processesLock.get(), INFINITE) != WAIT_FAILED;
         DWORD written = 0;
         // Logging never fails the caller's operation: a failed write is dropped.
         WriteFile(m_file.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+        if (processesLocked) {
+            ReleaseMutex(m_processesLock.get());
+        }
     }
 
 private:
     std::mutex m_mutex;
     UniqueFileHandle m_file;
+    UniqueHandle m_processesLock;
 };
 
 class LogFileTable {
@@ -96,7 +108,9 @@ public:
             *error = GetLastError();
             return nullptr;
         }
-        auto file = std::make_shared<LogFile>(std::move(handle));
+        UniqueHandle processesLock(
+            CreateMutexW(nullptr, FALSE, tarnlog::LogFileLockName(key).c_str()));
+        auto file = std::make_shared<LogFile>(std::move(handle), std::move(processesLock));
         m_files[key] = file;
         return file;
     }

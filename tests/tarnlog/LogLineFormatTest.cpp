@@ -114,3 +114,16 @@ TEST(LogLine, UsesOnlyTheGivenLengthOfText) {
                            L"abcdef", 3),
               "2026-01-01T00:00:00.000\tERROR\tL\tM\tabc\n");
 }
+
+TEST(LogFileLockName, IsTheFnv1aHashOfTheUtf16Key) {
+    EXPECT_EQ(tarnlog::LogFileLockName(L""), L"Local\\TarnLogFile-CBF29CE484222325");
+    EXPECT_EQ(tarnlog::LogFileLockName(L"C:\\LOGS\\A.LOG"), L"Local\\TarnLogFile-33E4BEB795074F90");
+}
+
+TEST(LogFileLockName, DiffersForDifferentFilesAndHasNoFurtherBackslash) {
+    const std::wstring a = tarnlog::LogFileLockName(L"C:\\LOGS\\A.LOG");
+    const std::wstring b = tarnlog::LogFileLockName(L"C:\\LOGS\\B.LOG");
+    EXPECT_NE(a, b);
+    EXPECT_EQ(a.find(L'\\', 6), std::wstring::npos);
+    EXPECT_EQ(tarnlog::LogFileLockName(L"\u00C4"), L"Local\\TarnLogFile-0AB17007B70A4209");
+}
