@@ -38,7 +38,16 @@ struct ModuleHandleTraits {
     static void Close(Handle h) { ::FreeLibrary(h); }
 };
 
+// Memory that Windows allocated for the caller with LocalAlloc (SID strings, descriptors).
+struct LocalMemoryTraits {
+    using Handle = HLOCAL;
+    static Handle Invalid() { return nullptr; }
+    static bool IsValid(Handle memory) { return memory != nullptr; }
+    static void Close(Handle memory) { ::LocalFree(memory); }
+};
+
 using UniqueHandle = UniqueResource<KernelHandleTraits>;
 using UniqueFileHandle = UniqueResource<FileHandleTraits>;
 using UniqueServiceHandle = UniqueResource<ServiceHandleTraits>;
 using UniqueModule = UniqueResource<ModuleHandleTraits>;
+using UniqueLocalMemory = UniqueResource<LocalMemoryTraits>;

@@ -4,6 +4,12 @@
 // helper program opens the client end (OpenExisting). Failures throw std::runtime_error with
 // a narrow text after one Error line; a closed peer is the one non-exceptional failure
 // (Receive returns false). Windows only.
+//
+// The server end always refuses clients on other machines. With NWX_PIPE_HARDENING set
+// (docs/security.md) the server end must be the name's first and only instance and lets only
+// the current user and LocalSystem in; it accepts only the helper process that the built-in
+// launcher started for it. A hardened client end serves only the process that started it, when
+// that process said so through NWX_PIPE_SERVER_PROCESS.
 
 #include <windows.h>
 
@@ -13,6 +19,7 @@
 #include "common/UniqueLogger.h"
 #include "common/UniqueHandle.h"
 #include "interfaces/INamedPipeConnection.h"
+#include "pipe/PipeSecurity.h"
 
 class NamedPipeConnection final : public INamedPipeConnection {
 public:
@@ -35,6 +42,15 @@ public:
     void ThrowIfPipeNotConnected();
 
 private:
+    // Hardened server end: refuses clients other than the expected helper until it connects.
+    void AcceptOnlyExpectedClient(const wchar_t* method, ExpectedPipeClient& expected);
+    // Hardened client end: closes the pipe and throws unless its server is the process that
+    // started this one.
+    void VerifyServerIsParent(const wchar_t* method);
+    // The two Error lines of a hardened pipe whose name is taken, then PipeNameTakenError.
+    [[noreturn]] void FailNameTaken(const wchar_t* method, DWORD error);
+    // The Error line of a failure: `text` under `method`.
+    void LogFailure(const wchar_t* method, const std::string& text);
     // Error line under `method`, then std::runtime_error, both with `text`.
     [[noreturn]] void Fail(const wchar_t* method, const std::string& text);
     // The same with the Windows error number appended ("...GetLastError()=" + %lu).
@@ -42,6 +58,7 @@ private:
 
     UniqueFileHandle m_pipe;
     std::wstring m_pipeName;
+    std::wstring m_bareName;  // the name as given, without "\\.\pipe\"
     bool m_isServer = false;
     UniqueLogger m_log;
 };

@@ -6,6 +6,7 @@
 #include "common/CivilTime.h"
 #include "common/MethodTracer.h"
 #include "interfaces/NetWorkerStatus.h"
+#include "pipe/PipeHardening.h"
 #include "pipe/PipeMessageBuilders.h"
 
 namespace {
@@ -15,6 +16,7 @@ constexpr int32_t kStatusInvalidArg = NetWorkerStatus::InvalidArgument;
 // A closed pipe is reported as the positive Windows error number (kept on purpose:
 // docs/compatibility.md, "positive 109").
 constexpr int32_t kStatusPipeClosed = NetWorkerStatus::PipeClosed;
+constexpr int32_t kStatusPipeNameTaken = NetWorkerStatus::PipeNameTaken;
 
 // A status as the 32 bits that "%08lx" prints, whatever the width of long.
 unsigned long StatusBits(int32_t status) {
@@ -124,7 +126,16 @@ int32_t NetWorkerNamedPipeExecutor::Initialize(const char* clientName, const cha
         return RefuseArgument(kMethod, refused);
     }
 
-    m_connection->OpenNewPipe(m_pipeName.c_str());
+    try {
+        m_connection->OpenNewPipe(m_pipeName.c_str());
+    } catch (const PipeNameTakenError&) {
+        // Only a hardened pipe refuses a taken name; the connection has said why.
+        m_log.get()->Error(kMethod,
+                           L"Another process already serves the pipe '%s'; the helper is not "
+                           L"started. Error: %08lx.",
+                           m_pipeName.c_str(), StatusBits(kStatusPipeNameTaken));
+        return kStatusPipeNameTaken;
+    }
     // The launcher's result is a 32-bit status, whatever the width of long.
     const int32_t launched = static_cast<int32_t>(m_launchClient(m_pipeName.c_str()));
     if (launched < 0) {

@@ -1,0 +1,415 @@
+// The hardened pipe against other processes of the same user: a squatter that created the
+// name first, a stranger that connects before the host's helper, and a helper pointed at a
+// foreign server. Real processes (pipe_stranger.exe and the helper program) on real pipes.
+
+#include <windows.h>
+
+#include <aclapi.h>
+#include <sddl.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "RecordingLog.h"
+#include "ScopedEnvironment.h"
+#include "common/UniqueHandle.h"
+#include "pipe/NamedPipeConnection.h"
+#include "pipe/PipeHardening.h"
+#include "pipe/PipeSecurity.h"
+
+namespace {
+
+constexpr DWORD kProcessWaitMilliseconds = 30000;
+const wchar_t kOpenNewPipe[] = L"NamedPipeConnection::OpenNewPipe";
+const wchar_t kWait[] = L"NamedPipeConnection::WaitForConnection";
+
+std::wstring ProgramDirectory() {
+    wchar_t path[MAX_PATH];
+    const DWORD length = ::GetModuleFileNameW(nullptr, path, MAX_PATH);
+    std::wstring directory(path, length);
+    return directory.substr(0, directory.find_last_of(L'\\'));
+}
+
+std::wstring UniqueName(const wchar_t* purpose) {
+    static int counter = 0;
+    return L"nwx-hardening-" + std::wstring(purpose) + L"-" +
+           std::to_wstring(::GetCurrentProcessId()) + L"-" + std::to_wstring(++counter);
+}
+
+// A program of the test's directory, started with this command line; terminated if it is
+// still running when the object goes.
+class Program {
+public:
+    Program(const std::wstring& file, const std::wstring& arguments, bool programNameFirst = true) {
+        const std::wstring path = ProgramDirectory() + L"\\" + file;
+        std::wstring commandLine = programNameFirst ? L"\"" + path + L"\" " + arguments : arguments;
+        STARTUPINFOW startup{};
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION process{};
+        if (::CreateProcessW(path.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr,
+                             ProgramDirectory().c_str(), &startup, &process) != FALSE) {
+            m_process.reset(process.hProcess);
+            const UniqueHandle thread(process.hThread);
+            m_id = process.dwProcessId;
+        }
+    }
+    ~Program() {
+        if (m_process.valid()) {
+            ::TerminateProcess(m_process.get(), 999);
+        }
+    }
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    bool Started() const { return m_process.valid(); }
+    DWORD Id() const { return m_id; }
+    HANDLE Handle() const { return m_process.get(); }
+    // The exit code, or 999 when it did not end in time (it is then terminated).
+    DWORD AwaitExit() {
+        if (::WaitForSingleObject(m_process.get(), kProcessWaitMilliseconds) != WAIT_OBJECT_0) {
+            ::TerminateProcess(m_process.get(), 998);
+            return 999;
+        }
+        DWORD code = 0;
+        ::GetExitCodeProcess(m_process.get(), &code);
+        return code;
+    }
+
+private:
+    UniqueHandle m_process;
+    DWORD m_id = 0;
+};
+
+class Event {
+public:
+    explicit Event(const std::wstring& name)
+        : m_name(name), m_event(::CreateEventW(nullptr, TRUE, FALSE, name.c_str())) {}
+    const std::wstring& Name() const { return m_name; }
+    bool Await() const {
+        return ::WaitForSingleObject(m_event.get(), kProcessWaitMilliseconds) == WAIT_OBJECT_0;
+    }
+    void Set() const { ::SetEvent(m_event.get()); }
+
+private:
+    std::wstring m_name;
+    UniqueHandle m_event;
+};
+
+// A squatter holding the pipe name until the object goes.
+class Squatter {
+public:
+    Squatter(const std::wstring& pipeName, int instances)
+        : m_ready(pipeName + L"-ready"),
+          m_end(pipeName + L"-end"),
+          m_program(L"pipe_stranger.exe", L"squat " + pipeName + L" " + m_ready.Name() + L" " +
+                                              m_end.Name() + L" " + std::to_wstring(instances)) {}
+    ~Squatter() {
+        m_end.Set();
+        m_program.AwaitExit();
+    }
+    bool Holds() const { return m_program.Started() && m_ready.Await(); }
+
+private:
+    Event m_ready;
+    Event m_end;
+    Program m_program;
+};
+
+bool HasLine(const std::vector<LogLine>& lines, LogLevel level, const std::wstring& method,
+             const std::wstring& text) {
+    for (const LogLine& line : lines) {
+        if (line.level == level && line.method == method && line.text == text) {
+            return true;
+        }
+    }
+    return false;
+}
+
+class PipeHardeningTest : public ::testing::Test {
+protected:
+    void SetUp() override { TestLoggers::Reset(); }
+    void TearDown() override { TestLoggers::Reset(); }
+
+    static RecordingLog& LogOf() {
+        RecordingLog* log = TestLoggers::Find(L"NamedPipeConnection");
+        EXPECT_NE(log, nullptr);
+        return *log;
+    }
+};
+
+class HardenedPipeTest : public PipeHardeningTest {
+protected:
+    ScopedEnvironment m_hardening{kPipeHardeningVariable, L"1"};
+};
+
+}  // namespace
+
+TEST_F(PipeHardeningTest, DefaultPipeIsServedBesideASquatterAsItAlwaysWas) {
+    const std::wstring name = UniqueName(L"default-squat");
+    const Squatter squatter(name, PIPE_UNLIMITED_INSTANCES);
+    ASSERT_TRUE(squatter.Holds());
+    NamedPipeConnection server;
+    EXPECT_NO_THROW(server.OpenNewPipe(name.c_str()));
+}
+
+TEST_F(HardenedPipeTest, NameTakenBySquatterWithFreeInstancesIsRefused) {
+    const std::wstring name = UniqueName(L"squat-many");
+    const Squatter squatter(name, PIPE_UNLIMITED_INSTANCES);
+    ASSERT_TRUE(squatter.Holds());
+    NamedPipeConnection server;
+    try {
+        server.OpenNewPipe(name.c_str());
+        FAIL() << "a hardened pipe was served beside a squatter";
+    } catch (const PipeNameTakenError& refused) {
+        EXPECT_EQ(std::string(refused.what()), "Failed to create new pipe. GetLastError()=" +
+                                                   std::to_string(refused.WindowsError()));
+    }
+    EXPECT_TRUE(HasLine(LogOf().Lines(), LogLevelError, kOpenNewPipe,
+                        L"The pipe name '" + name +
+                            L"' is already taken by another process; a hardened pipe is not "
+                            L"served beside it."));
+    const unsigned char oneByte = 0;
+    EXPECT_THROW(server.Send(&oneByte, 1), std::runtime_error) << "no server end may be left open";
+}
+
+TEST_F(HardenedPipeTest, NameTakenBySquatterWithItsOnlyInstanceIsRefused) {
+    const std::wstring name = UniqueName(L"squat-one");
+    const Squatter squatter(name, 1);
+    ASSERT_TRUE(squatter.Holds());
+    NamedPipeConnection server;
+    EXPECT_THROW(server.OpenNewPipe(name.c_str()), PipeNameTakenError);
+}
+
+TEST_F(HardenedPipeTest, NoOtherProcessCanAddAnInstance) {
+    const std::wstring name = UniqueName(L"only");
+    NamedPipeConnection server;
+    server.OpenNewPipe(name.c_str());
+    Program create(L"pipe_stranger.exe", L"create " + name);
+    ASSERT_TRUE(create.Started());
+    const DWORD result = create.AwaitExit();
+    EXPECT_NE(result, 0u) << "another process created a second instance";
+    EXPECT_TRUE(result == ERROR_PIPE_BUSY || result == ERROR_ACCESS_DENIED) << result;
+}
+
+TEST_F(PipeHardeningTest, DefaultPipeLetsAnotherInstanceBeAdded) {
+    const std::wstring name = UniqueName(L"default-many");
+    NamedPipeConnection server;
+    server.OpenNewPipe(name.c_str());
+    Program create(L"pipe_stranger.exe", L"create " + name);
+    ASSERT_TRUE(create.Started());
+    EXPECT_EQ(create.AwaitExit(), 0u);
+}
+
+namespace {
+
+struct DaclEntry {
+    std::wstring sid;
+    ACCESS_MASK mask;
+};
+
+// The pipe's protection flag and DACL entries as Windows reports them, read through a client
+// handle of the pipe.
+bool ReadPipeDacl(const std::wstring& name, bool* isProtected, std::vector<DaclEntry>* entries) {
+    const UniqueFileHandle client(::CreateFileW((L"\\\\.\\pipe\\" + name).c_str(),
+                                                GENERIC_READ | READ_CONTROL, 0, nullptr,
+                                                OPEN_EXISTING, 0, nullptr));
+    if (!client.valid()) {
+        ADD_FAILURE() << "cannot open the pipe: " << ::GetLastError();
+        return false;
+    }
+    PACL dacl = nullptr;
+    PSECURITY_DESCRIPTOR rawDescriptor = nullptr;
+    const DWORD read = ::GetSecurityInfo(client.get(), SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION,
+                                         nullptr, nullptr, &dacl, nullptr, &rawDescriptor);
+    if (read != ERROR_SUCCESS) {
+        ADD_FAILURE() << "GetSecurityInfo: " << read;
+        return false;
+    }
+    const UniqueLocalMemory descriptor(rawDescriptor);
+    SECURITY_DESCRIPTOR_CONTROL control = 0;
+    DWORD revision = 0;
+    ::GetSecurityDescriptorControl(descriptor.get(), &control, &revision);
+    *isProtected = (control & SE_DACL_PROTECTED) != 0;
+    entries->clear();
+    for (DWORD i = 0; dacl != nullptr && i < dacl->AceCount; ++i) {
+        void* ace = nullptr;
+        if (!::GetAce(dacl, i, &ace)) {
+            return false;
+        }
+        const auto* header = static_cast<ACE_HEADER*>(ace);
+        if (header->AceType != ACCESS_ALLOWED_ACE_TYPE) {
+            entries->push_back({L"(not an allow entry)", 0});
+            continue;
+        }
+        auto* allowed = static_cast<ACCESS_ALLOWED_ACE*>(ace);
+        wchar_t* text = nullptr;
+        ::ConvertSidToStringSidW(&allowed->SidStart, &text);
+        const UniqueLocalMemory ownedText(text);
+        entries->push_back({text != nullptr ? text : L"?", allowed->Mask});
+    }
+    return true;
+}
+
+// GENERIC_ALL, or what it maps to for a pipe.
+bool GrantsEverything(ACCESS_MASK mask) {
+    return mask == GENERIC_ALL || (mask & FILE_ALL_ACCESS) == FILE_ALL_ACCESS;
+}
+
+}  // namespace
+
+TEST_F(HardenedPipeTest, OnlyTheCurrentUserAndLocalSystemMayOpenThePipe) {
+    const std::wstring name = UniqueName(L"dacl");
+    NamedPipeConnection server;
+    server.OpenNewPipe(name.c_str());
+    std::wstring user;
+    DWORD error = 0;
+    ASSERT_TRUE(CurrentUserSid(&user, &error)) << error;
+    bool isProtected = false;
+    std::vector<DaclEntry> entries;
+    ASSERT_TRUE(ReadPipeDacl(name, &isProtected, &entries));
+    EXPECT_TRUE(isProtected) << "inherited entries could widen it";
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[0].sid, L"S-1-5-18");
+    EXPECT_TRUE(GrantsEverything(entries[0].mask)) << std::hex << entries[0].mask;
+    EXPECT_EQ(entries[1].sid, user);
+    EXPECT_TRUE(GrantsEverything(entries[1].mask)) << std::hex << entries[1].mask;
+}
+
+TEST_F(PipeHardeningTest, DefaultPipeKeepsTheDefaultDacl) {
+    const std::wstring name = UniqueName(L"default-dacl");
+    NamedPipeConnection server;
+    server.OpenNewPipe(name.c_str());
+    std::wstring user;
+    DWORD error = 0;
+    ASSERT_TRUE(CurrentUserSid(&user, &error)) << error;
+    bool isProtected = true;
+    std::vector<DaclEntry> entries;
+    ASSERT_TRUE(ReadPipeDacl(name, &isProtected, &entries));
+    const bool currentUserOnly = isProtected && entries.size() == 2 &&
+                                 entries[0].sid == L"S-1-5-18" && entries[1].sid == user;
+    EXPECT_FALSE(currentUserOnly);
+}
+
+TEST_F(HardenedPipeTest, StrangerThatConnectsBeforeTheHelperIsTurnedAway) {
+    const std::wstring name = UniqueName(L"stranger");
+    NamedPipeConnection server;
+    server.OpenNewPipe(name.c_str());
+    const Event strangerIn(name + L"-stranger-in");
+    Program stranger(L"pipe_stranger.exe", L"knock " + name + L" " + strangerIn.Name());
+    ASSERT_TRUE(stranger.Started());
+    ASSERT_TRUE(strangerIn.Await()) << "the stranger took the only instance first";
+    // The process the host is waiting for, as the built-in launcher leaves it behind.
+    Program helper(L"pipe_stranger.exe", L"client " + name);
+    ASSERT_TRUE(helper.Started());
+    HANDLE duplicate = nullptr;
+    ASSERT_TRUE(::DuplicateHandle(::GetCurrentProcess(), helper.Handle(), ::GetCurrentProcess(),
+                                  &duplicate, SYNCHRONIZE, FALSE, 0));
+    ExpectPipeClient(name, ExpectedPipeClient{UniqueHandle(duplicate), helper.Id()});
+
+    server.WaitForConnection();
+
+    EXPECT_EQ(stranger.AwaitExit(), 0u) << "the stranger must be let go without any data";
+    std::vector<unsigned char> buffer(16);
+    uint32_t length = 16;
+    ASSERT_TRUE(server.Receive(buffer.data(), &length));
+    ASSERT_EQ(std::string(buffer.begin(), buffer.begin() + length), "hello");
+    EXPECT_EQ(server.Send(buffer.data(), length), length);
+    EXPECT_EQ(helper.AwaitExit(), 0u);
+    EXPECT_TRUE(HasLine(LogOf().Lines(), LogLevelError, kWait,
+                        L"Refused a connection from process " + std::to_wstring(stranger.Id()) +
+                            L": this pipe serves only the helper process " +
+                            std::to_wstring(helper.Id()) + L"."));
+}
+
+TEST_F(HardenedPipeTest, HelperThatEndsBeforeConnectingEndsTheWait) {
+    const std::wstring name = UniqueName(L"gone");
+    NamedPipeConnection server;
+    server.OpenNewPipe(name.c_str());
+    const Event strangerIn(name + L"-stranger-in");
+    Program stranger(L"pipe_stranger.exe", L"knock " + name + L" " + strangerIn.Name());
+    ASSERT_TRUE(stranger.Started());
+    ASSERT_TRUE(strangerIn.Await());
+    // A "helper" that has already ended: the host must not wait for it for ever.
+    Program helper(L"pipe_stranger.exe", L"unknown-mode");
+    ASSERT_TRUE(helper.Started());
+    ASSERT_EQ(helper.AwaitExit(), 10u);
+    HANDLE duplicate = nullptr;
+    ASSERT_TRUE(::DuplicateHandle(::GetCurrentProcess(), helper.Handle(), ::GetCurrentProcess(),
+                                  &duplicate, SYNCHRONIZE, FALSE, 0));
+    ExpectPipeClient(name, ExpectedPipeClient{UniqueHandle(duplicate), helper.Id()});
+    try {
+        server.WaitForConnection();
+        FAIL() << "the wait went on after the helper had ended";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_EQ(std::string(failure.what()), "The helper process " + std::to_string(helper.Id()) +
+                                                   " ended before it connected.");
+    }
+    EXPECT_EQ(stranger.AwaitExit(), 0u);
+}
+
+TEST_F(PipeHardeningTest, DefaultPipeServesWhoeverConnectsFirst) {
+    const std::wstring name = UniqueName(L"default-stranger");
+    NamedPipeConnection server;
+    server.OpenNewPipe(name.c_str());
+    const Event strangerIn(name + L"-stranger-in");
+    Program stranger(L"pipe_stranger.exe", L"knock " + name + L" " + strangerIn.Name());
+    ASSERT_TRUE(stranger.Started());
+    ASSERT_TRUE(strangerIn.Await());
+    server.WaitForConnection();
+    const unsigned char oneByte = 'x';
+    EXPECT_EQ(server.Send(&oneByte, 1), 1u);
+    EXPECT_EQ(stranger.AwaitExit(), 1u) << "the stranger was served";
+}
+
+namespace {
+
+// The helper program started as the built-in launcher starts it (the bare pipe name as its
+// whole command line), by this process, with the environment of this process.
+DWORD RunHelperAgainstStrangerServer(const std::wstring& name, DWORD* serverExit) {
+    const Event ready(name + L"-ready");
+    Program server(L"pipe_stranger.exe", L"serve " + name + L" " + ready.Name());
+    if (!server.Started() || !ready.Await()) {
+        ADD_FAILURE() << "the stranger's server did not start";
+        return 999;
+    }
+    Program helper(L"NetWorker64BitClient.exe", name, false);
+    if (!helper.Started()) {
+        ADD_FAILURE() << "the helper program did not start";
+        return 999;
+    }
+    *serverExit = server.AwaitExit();
+    return helper.AwaitExit();
+}
+
+}  // namespace
+
+TEST_F(HardenedPipeTest, HelperRefusesToServeAServerThatIsNotItsParent) {
+    const ScopedEnvironment starter(kPipeServerProcessVariable,
+                                    std::to_wstring(::GetCurrentProcessId()));
+    DWORD serverExit = 999;
+    const DWORD helperExit = RunHelperAgainstStrangerServer(UniqueName(L"foreign"), &serverExit);
+    EXPECT_EQ(serverExit, 0u) << "the foreign server got a reply";
+    EXPECT_EQ(helperExit, 1u) << "the helper's session must end as failed";
+}
+
+TEST_F(HardenedPipeTest, HelperRefusesWhenItsStarterIsNotItsParent) {
+    // Announced as started by the stranger's server itself, but its parent is this process.
+    const std::wstring name = UniqueName(L"announced");
+    const Event ready(name + L"-ready");
+    Program server(L"pipe_stranger.exe", L"serve " + name + L" " + ready.Name());
+    ASSERT_TRUE(server.Started());
+    ASSERT_TRUE(ready.Await());
+    const ScopedEnvironment starter(kPipeServerProcessVariable, std::to_wstring(server.Id()));
+    Program helper(L"NetWorker64BitClient.exe", name, false);
+    ASSERT_TRUE(helper.Started());
+    EXPECT_EQ(server.AwaitExit(), 0u) << "the foreign server got a reply";
+    EXPECT_EQ(helper.AwaitExit(), 1u);
+}
+
+TEST_F(PipeHardeningTest, DefaultHelperServesWhicheverServerItFinds) {
+    DWORD serverExit = 999;
+    RunHelperAgainstStrangerServer(UniqueName(L"default-foreign"), &serverExit);
+    EXPECT_EQ(serverExit, 1u) << "without hardening the helper answers any server";
+}
