@@ -14,6 +14,7 @@
 
 #include "RecordingLog.h"
 #include "ScopedEnvironment.h"
+#include "StrangerProcesses.h"
 #include "common/UniqueHandle.h"
 #include "pipe/NamedPipeConnection.h"
 #include "pipe/PipeHardening.h"
@@ -21,101 +22,8 @@
 
 namespace {
 
-constexpr DWORD kProcessWaitMilliseconds = 30000;
 const wchar_t kOpenNewPipe[] = L"NamedPipeConnection::OpenNewPipe";
 const wchar_t kWait[] = L"NamedPipeConnection::WaitForConnection";
-
-std::wstring ProgramDirectory() {
-    wchar_t path[MAX_PATH];
-    const DWORD length = ::GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring directory(path, length);
-    return directory.substr(0, directory.find_last_of(L'\\'));
-}
-
-std::wstring UniqueName(const wchar_t* purpose) {
-    static int counter = 0;
-    return L"nwx-hardening-" + std::wstring(purpose) + L"-" +
-           std::to_wstring(::GetCurrentProcessId()) + L"-" + std::to_wstring(++counter);
-}
-
-// A program of the test's directory, started with this command line; terminated if it is
-// still running when the object goes.
-class Program {
-public:
-    Program(const std::wstring& file, const std::wstring& arguments, bool programNameFirst = true) {
-        const std::wstring path = ProgramDirectory() + L"\\" + file;
-        std::wstring commandLine = programNameFirst ? L"\"" + path + L"\" " + arguments : arguments;
-        STARTUPINFOW startup{};
-        startup.cb = sizeof startup;
-        PROCESS_INFORMATION process{};
-        if (::CreateProcessW(path.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr,
-                             ProgramDirectory().c_str(), &startup, &process) != FALSE) {
-            m_process.reset(process.hProcess);
-            const UniqueHandle thread(process.hThread);
-            m_id = process.dwProcessId;
-        }
-    }
-    ~Program() {
-        if (m_process.valid()) {
-            ::TerminateProcess(m_process.get(), 999);
-        }
-    }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    bool Started() const { return m_process.valid(); }
-    DWORD Id() const { return m_id; }
-    HANDLE Handle() const { return m_process.get(); }
-    // The exit code, or 999 when it did not end in time (it is then terminated).
-    DWORD AwaitExit() {
-        if (::WaitForSingleObject(m_process.get(), kProcessWaitMilliseconds) != WAIT_OBJECT_0) {
-            ::TerminateProcess(m_process.get(), 998);
-            return 999;
-        }
-        DWORD code = 0;
-        ::GetExitCodeProcess(m_process.get(), &code);
-        return code;
-    }
-
-private:
-    UniqueHandle m_process;
-    DWORD m_id = 0;
-};
-
-class Event {
-public:
-    explicit Event(const std::wstring& name)
-        : m_name(name), m_event(::CreateEventW(nullptr, TRUE, FALSE, name.c_str())) {}
-    const std::wstring& Name() const { return m_name; }
-    bool Await() const {
-        return ::WaitForSingleObject(m_event.get(), kProcessWaitMilliseconds) == WAIT_OBJECT_0;
-    }
-    void Set() const { ::SetEvent(m_event.get()); }
-
-private:
-    std::wstring m_name;
-    UniqueHandle m_event;
-};
-
-// A squatter holding the pipe name until the object goes.
-class Squatter {
-public:
-    Squatter(const std::wstring& pipeName, int instances)
-        : m_ready(pipeName + L"-ready"),
-          m_end(pipeName + L"-end"),
-          m_program(L"pipe_stranger.exe", L"squat " + pipeName + L" " + m_ready.Name() + L" " +
-                                              m_end.Name() + L" " + std::to_wstring(instances)) {}
-    ~Squatter() {
-        m_end.Set();
-        m_program.AwaitExit();
-    }
-    bool Holds() const { return m_program.Started() && m_ready.Await(); }
-
-private:
-    Event m_ready;
-    Event m_end;
-    Program m_program;
-};
 
 bool HasLine(const std::vector<LogLine>& lines, LogLevel level, const std::wstring& method,
              const std::wstring& text) {
@@ -147,7 +55,7 @@ protected:
 }  // namespace
 
 TEST_F(PipeHardeningTest, DefaultPipeIsServedBesideASquatterAsItAlwaysWas) {
-    const std::wstring name = UniqueName(L"default-squat");
+    const std::wstring name = UniqueHardeningPipeName(L"default-squat");
     const Squatter squatter(name, PIPE_UNLIMITED_INSTANCES);
     ASSERT_TRUE(squatter.Holds());
     NamedPipeConnection server;
@@ -155,7 +63,7 @@ TEST_F(PipeHardeningTest, DefaultPipeIsServedBesideASquatterAsItAlwaysWas) {
 }
 
 TEST_F(HardenedPipeTest, NameTakenBySquatterWithFreeInstancesIsRefused) {
-    const std::wstring name = UniqueName(L"squat-many");
+    const std::wstring name = UniqueHardeningPipeName(L"squat-many");
     const Squatter squatter(name, PIPE_UNLIMITED_INSTANCES);
     ASSERT_TRUE(squatter.Holds());
     NamedPipeConnection server;
@@ -175,7 +83,7 @@ TEST_F(HardenedPipeTest, NameTakenBySquatterWithFreeInstancesIsRefused) {
 }
 
 TEST_F(HardenedPipeTest, NameTakenBySquatterWithItsOnlyInstanceIsRefused) {
-    const std::wstring name = UniqueName(L"squat-one");
+    const std::wstring name = UniqueHardeningPipeName(L"squat-one");
     const Squatter squatter(name, 1);
     ASSERT_TRUE(squatter.Holds());
     NamedPipeConnection server;
@@ -183,7 +91,7 @@ TEST_F(HardenedPipeTest, NameTakenBySquatterWithItsOnlyInstanceIsRefused) {
 }
 
 TEST_F(HardenedPipeTest, NoOtherProcessCanAddAnInstance) {
-    const std::wstring name = UniqueName(L"only");
+    const std::wstring name = UniqueHardeningPipeName(L"only");
     NamedPipeConnection server;
     server.OpenNewPipe(name.c_str());
     Program create(L"pipe_stranger.exe", L"create " + name);
@@ -194,7 +102,7 @@ TEST_F(HardenedPipeTest, NoOtherProcessCanAddAnInstance) {
 }
 
 TEST_F(PipeHardeningTest, DefaultPipeLetsAnotherInstanceBeAdded) {
-    const std::wstring name = UniqueName(L"default-many");
+    const std::wstring name = UniqueHardeningPipeName(L"default-many");
     NamedPipeConnection server;
     server.OpenNewPipe(name.c_str());
     Program create(L"pipe_stranger.exe", L"create " + name);
@@ -260,7 +168,7 @@ bool GrantsEverything(ACCESS_MASK mask) {
 }  // namespace
 
 TEST_F(HardenedPipeTest, OnlyTheCurrentUserAndLocalSystemMayOpenThePipe) {
-    const std::wstring name = UniqueName(L"dacl");
+    const std::wstring name = UniqueHardeningPipeName(L"dacl");
     NamedPipeConnection server;
     server.OpenNewPipe(name.c_str());
     std::wstring user;
@@ -278,7 +186,7 @@ TEST_F(HardenedPipeTest, OnlyTheCurrentUserAndLocalSystemMayOpenThePipe) {
 }
 
 TEST_F(PipeHardeningTest, DefaultPipeKeepsTheDefaultDacl) {
-    const std::wstring name = UniqueName(L"default-dacl");
+    const std::wstring name = UniqueHardeningPipeName(L"default-dacl");
     NamedPipeConnection server;
     server.OpenNewPipe(name.c_str());
     std::wstring user;
@@ -293,7 +201,7 @@ TEST_F(PipeHardeningTest, DefaultPipeKeepsTheDefaultDacl) {
 }
 
 TEST_F(HardenedPipeTest, StrangerThatConnectsBeforeTheHelperIsTurnedAway) {
-    const std::wstring name = UniqueName(L"stranger");
+    const std::wstring name = UniqueHardeningPipeName(L"stranger");
     NamedPipeConnection server;
     server.OpenNewPipe(name.c_str());
     const Event strangerIn(name + L"-stranger-in");
@@ -324,7 +232,7 @@ TEST_F(HardenedPipeTest, StrangerThatConnectsBeforeTheHelperIsTurnedAway) {
 }
 
 TEST_F(HardenedPipeTest, HelperThatEndsBeforeConnectingEndsTheWait) {
-    const std::wstring name = UniqueName(L"gone");
+    const std::wstring name = UniqueHardeningPipeName(L"gone");
     NamedPipeConnection server;
     server.OpenNewPipe(name.c_str());
     const Event strangerIn(name + L"-stranger-in");
@@ -350,7 +258,7 @@ TEST_F(HardenedPipeTest, HelperThatEndsBeforeConnectingEndsTheWait) {
 }
 
 TEST_F(PipeHardeningTest, DefaultPipeServesWhoeverConnectsFirst) {
-    const std::wstring name = UniqueName(L"default-stranger");
+    const std::wstring name = UniqueHardeningPipeName(L"default-stranger");
     NamedPipeConnection server;
     server.OpenNewPipe(name.c_str());
     const Event strangerIn(name + L"-stranger-in");
@@ -389,14 +297,15 @@ TEST_F(HardenedPipeTest, HelperRefusesToServeAServerThatIsNotItsParent) {
     const ScopedEnvironment starter(kPipeServerProcessVariable,
                                     std::to_wstring(::GetCurrentProcessId()));
     DWORD serverExit = 999;
-    const DWORD helperExit = RunHelperAgainstStrangerServer(UniqueName(L"foreign"), &serverExit);
+    const DWORD helperExit =
+        RunHelperAgainstStrangerServer(UniqueHardeningPipeName(L"foreign"), &serverExit);
     EXPECT_EQ(serverExit, 0u) << "the foreign server got a reply";
     EXPECT_EQ(helperExit, 1u) << "the helper's session must end as failed";
 }
 
 TEST_F(HardenedPipeTest, HelperRefusesWhenItsStarterIsNotItsParent) {
     // Announced as started by the stranger's server itself, but its parent is this process.
-    const std::wstring name = UniqueName(L"announced");
+    const std::wstring name = UniqueHardeningPipeName(L"announced");
     const Event ready(name + L"-ready");
     Program server(L"pipe_stranger.exe", L"serve " + name + L" " + ready.Name());
     ASSERT_TRUE(server.Started());
@@ -410,6 +319,6 @@ TEST_F(HardenedPipeTest, HelperRefusesWhenItsStarterIsNotItsParent) {
 
 TEST_F(PipeHardeningTest, DefaultHelperServesWhicheverServerItFinds) {
     DWORD serverExit = 999;
-    RunHelperAgainstStrangerServer(UniqueName(L"default-foreign"), &serverExit);
+    RunHelperAgainstStrangerServer(UniqueHardeningPipeName(L"default-foreign"), &serverExit);
     EXPECT_EQ(serverExit, 1u) << "without hardening the helper answers any server";
 }

@@ -16,6 +16,7 @@
 #include "../conformance/HostSessions.h"
 #include "../conformance/TestPrograms.h"
 #include "../exports/ExportsTestSupport.h"
+#include "../pipehardening/StrangerProcesses.h"
 #include "ScopedEnvironment.h"
 #include "SimulatorEnvironment.h"
 #include "TestFiles.h"
@@ -263,6 +264,65 @@ TEST(ProcessFaults, ThirdProcessIsRefusedAndTheSessionGoesOn) {
     uint64_t size = 0;
     EXPECT_EQ(session.Executor()->GetFileSize(4, false, &size), 0);
     EXPECT_EQ(size, 8192u);
+}
+
+// A hardened host (NWX_PIPE_HARDENING, which its helper inherits) with the built-in launcher:
+// a stranger that knocks on the pipe as soon as it exists is never served, and the host's own
+// helper, told by the launcher which process started it, checks the server and serves it.
+TEST(ProcessFaults, HardenedSessionServesOnlyItsOwnHelper) {
+    const TempDirectory temp("hardened");
+    const std::wstring logFile = temp.Child(L"session.log");
+    const ScopedEnvironment hardening(L"NWX_PIPE_HARDENING", L"1");
+    const ScopedEnvironment logging(L"TARNLOG_FILE", logFile);
+    const ScopedEnvironment level(L"TARNLOG_LEVEL", L"debug");
+    const std::wstring pipeName = UniquePipeName(L"hardened");
+    const Event strangerIn(pipeName + L"-stranger-in");
+    Program stranger(L"pipe_stranger.exe", L"knock " + pipeName + L" " + strangerIn.Name());
+    ASSERT_TRUE(stranger.Started());
+
+    PipeSession session(pipeName);
+    ASSERT_EQ(session.Initialize("cli", "srv"), 0);
+    class Count : public INetWorkerFileFoundCallBack {
+    public:
+        bool NetWorkerFileFound(const NetWorkerFileInfo*) override { return ++files, false; }
+        int files = 0;
+    } found;
+    NoErrors errors;
+    EXPECT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
+    EXPECT_EQ(found.files, 14);
+    const std::wstring directory = temp.Child(L"restore");
+    ASSERT_TRUE(CreateDirectoryW(directory.c_str(), nullptr));
+    ASSERT_EQ(session.Executor()->BeginExtract(), 0);
+    // Catalogue index 4 is the simulator's object 16, E00.chk (8,192 bytes).
+    EXPECT_EQ(session.Executor()->ExtractFile(4, directory.c_str(), L"E00.chk", nullptr, &errors),
+              0);
+    EXPECT_EQ(session.Executor()->EndExtract(), 0);
+    session.Close();
+
+    // Turned away (0) when it came first, or found the only instance taken (231); never served.
+    const DWORD strangerExit = stranger.AwaitExit();
+    EXPECT_TRUE(strangerExit == 0 || strangerExit == ERROR_PIPE_BUSY) << strangerExit;
+    const std::string log = ReadWholeFile(logFile);
+    EXPECT_NE(log.find("The pipe is served by the parent process " +
+                       std::to_string(GetCurrentProcessId()) + "."),
+              std::string::npos)
+        << "the helper did not check its server";
+    if (strangerExit == 0) {
+        EXPECT_NE(log.find("Refused a connection from process " + std::to_string(stranger.Id())),
+                  std::string::npos);
+    }
+    EXPECT_TRUE(SimulatorEnvironment::Get().Verify(L"16", directory + L"\\E00.chk"));
+}
+
+TEST(ProcessFaults, HardenedInitializeRefusesAPipeNameTakenBySquatter) {
+    const ScopedEnvironment hardening(L"NWX_PIPE_HARDENING", L"1");
+    const std::wstring pipeName = UniquePipeName(L"squatted");
+    const Squatter squatter(pipeName, PIPE_UNLIMITED_INSTANCES);
+    ASSERT_TRUE(squatter.Holds());
+    const std::vector<DWORD> before = FindProcessesNamed(L"NetWorker64BitClient.exe");
+    PipeSession session(pipeName);
+    EXPECT_EQ(static_cast<uint32_t>(session.Initialize("cli", "srv")), 0x800700B7u);
+    EXPECT_EQ(FindProcessesNamed(L"NetWorker64BitClient.exe"), before) << "a helper was started";
 }
 
 }  // namespace
