@@ -12,6 +12,9 @@ const wchar_t kCommonOptions[] =
     L"  --mode in-process|helper\n"
     L"                         run NetWorker's library in this process (default) or in\n"
     L"                         NetWorker64BitClient.exe beside nwexch.exe\n"
+    L"  --hardened-pipe        with --mode helper: the pipe to the helper is this user's alone\n"
+    L"                         and serves only the helper that nwexch started\n"
+    L"                         (NWX_PIPE_HARDENING=1; see docs/security.md)\n"
     L"  --log FILE             write the library's log to FILE\n"
     L"  --log-level LEVEL      trace, debug, info, warning, error or off\n"
     L"  --help                 show this help\n";
@@ -278,6 +281,10 @@ ParseOutcome ParseCommandLine(const std::vector<std::wstring>& args) {
                 }
                 (arg == L"--after" ? options.after : options.before) = date;
             }
+        } else if (arg == L"--hardened-pipe") {
+            if (!flag(&options.hardenedPipe)) {
+                return Fail(L"option --hardened-pipe takes no value", command);
+            }
         } else if (arg == L"--json" && forList) {
             if (!flag(&options.json)) {
                 return Fail(L"option --json takes no value", command);
@@ -307,6 +314,10 @@ ParseOutcome ParseCommandLine(const std::vector<std::wstring>& args) {
 
     if (options.server.empty()) {
         return Fail(L"--server is required", command);
+    }
+    if (options.hardenedPipe && options.mode != ExecutorMode::Helper) {
+        return Fail(L"--hardened-pipe needs --mode helper: only the helper is reached by a pipe",
+                    command);
     }
     switch (options.command) {
         case Command::List:

@@ -26,6 +26,7 @@ struct Options {
     std::wstring server;
     std::wstring client;  // empty: this computer's name
     ExecutorMode mode = ExecutorMode::InProcess;
+    bool hardenedPipe = false;  // --hardened-pipe: helper mode only
     std::wstring logFile;
     std::wstring logLevel;
     // list

@@ -31,6 +31,13 @@ int wmain(int argc, wchar_t** argv) {
     if (!options.logLevel.empty()) {
         SetEnvironmentVariableW(L"TARNLOG_LEVEL", options.logLevel.c_str());
     }
+    // Both ends of the pipe read the switch; nwexch's own launcher starts the helper, so it names
+    // itself as the process that the helper must find at the other end.
+    if (options.hardenedPipe) {
+        SetEnvironmentVariableW(L"NWX_PIPE_HARDENING", L"1");
+        SetEnvironmentVariableW(L"NWX_PIPE_SERVER_PROCESS",
+                                std::to_wstring(GetCurrentProcessId()).c_str());
+    }
     RunCancellation().Install();
     try {
         switch (options.command) {

@@ -398,6 +398,23 @@ TEST_F(NwexchCli, LogOptionsReachTheLibraryInBothModes) {
     }
 }
 
+TEST_F(NwexchCli, HardenedPipeRestoresTheSameBytesAndTheHelperChecksItsServer) {
+    const std::wstring to = Destination(L"hardened");
+    const std::wstring log = Destination(L"hardened.log");
+    const Result result =
+        Nwexch({L"restore", L"--hardened-pipe", L"--match", L"/second storage group/*.LOG",
+                L"--to", to, L"--flat", L"--log", log, L"--log-level", L"debug"},
+               L"helper");
+    ASSERT_EQ(result.exitCode, 0u) << result.out << result.err;
+    EXPECT_TRUE(Verify(L"/Second Storage Group/E01000A1.log", to + L"\\E01000A1.log"));
+    // The helper found nwexch, its parent, at the other end of the pipe.
+    EXPECT_TRUE(Contains(ReadFileText(log), "The pipe is served by the parent process "));
+
+    const Result refused = Nwexch({L"list", L"--hardened-pipe"});
+    EXPECT_EQ(refused.exitCode, 1u);  // usage
+    EXPECT_TRUE(Contains(refused.err, "--hardened-pipe needs --mode helper")) << refused.err;
+}
+
 TEST_F(NwexchCli, RestoreByGlobInHelperModeAndFlat) {
     const std::wstring to = Destination(L"by-glob");
     const Result result =

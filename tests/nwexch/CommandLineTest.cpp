@@ -105,3 +105,17 @@ TEST(CommandLine, UsageErrors) {
     ExpectUsageError({L"size", L"--server", L"s", L"1", L"--to", L"X"}, L"--to belongs to restore");
     ExpectUsageError({L"list", L"--server", L"s", L"--exact"}, L"unknown option '--exact'");
 }
+
+TEST(CommandLine, HardenedPipeWithHelperMode) {
+    const ParseOutcome o =
+        Parse({L"list", L"--server", L"s", L"--hardened-pipe", L"--mode", L"helper"});
+    ASSERT_EQ(o.kind, ParseOutcome::Kind::Run);
+    EXPECT_TRUE(o.options.hardenedPipe);
+    EXPECT_FALSE(Parse({L"list", L"--server", L"s", L"--mode", L"helper"}).options.hardenedPipe);
+}
+
+TEST(CommandLine, HardenedPipeNeedsHelperModeAndTakesNoValue) {
+    ExpectUsageError({L"list", L"--server", L"s", L"--hardened-pipe"}, L"needs --mode helper");
+    ExpectUsageError({L"list", L"--server", L"s", L"--mode", L"helper", L"--hardened-pipe=1"},
+                     L"takes no value");
+}
