@@ -47,7 +47,7 @@ public:
         if (::CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr,
                              &startup, &process) != FALSE) {
             m_process.reset(process.hProcess);
-            ::CloseHandle(process.hThread);
+            const UniqueHandle thread(process.hThread);
         }
     }
 
