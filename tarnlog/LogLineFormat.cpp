@@ -128,6 +128,7 @@ void AppendEscapedUtf8(std::string& out, const wchar_t* text, size_t length) {
         return;
     }
     for (size_t i = 0; i < length; ++i) {
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse): a wide character, not a char
         const uint32_t unit = static_cast<uint32_t>(text[i]);
         if (unit == L'\n') {
             out += "\\n";
@@ -192,10 +193,11 @@ std::wstring LogFileLockName(const std::wstring& fileKey) {
         hash ^= byte;
         hash *= 1099511628211ULL;
     };
-    for (const wchar_t character : fileKey) {
-        const auto unit = static_cast<uint32_t>(character);
+    for (size_t i = 0; i < fileKey.size(); ++i) {
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse): a wide character, not a char
+        const auto unit = static_cast<uint16_t>(fileKey[i]);
         mix(static_cast<uint8_t>(unit & 0xFFU));
-        mix(static_cast<uint8_t>((unit >> 8U) & 0xFFU));
+        mix(static_cast<uint8_t>(unit >> 8U));
     }
     static const wchar_t kDigits[] = L"0123456789ABCDEF";
     std::wstring name = L"Local\\TarnLogFile-";
