@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "RecordingLog.h"
+#include "RecordingLoggersTest.h"
 #include "common/UniqueHandle.h"
 #include "pipe/NamedPipeConnection.h"
 
@@ -105,16 +106,6 @@ std::string ThrownText(Operation operation) {
     return "(nothing thrown)";
 }
 
-bool HasLine(const std::vector<LogLine>& lines, LogLevel level, const std::wstring& method,
-             const std::wstring& text) {
-    for (const auto& line : lines) {
-        if (line.level == level && line.method == method && line.text == text) {
-            return true;
-        }
-    }
-    return false;
-}
-
 const wchar_t kReceive[] = L"NamedPipeConnection::Receive";
 const wchar_t kSend[] = L"NamedPipeConnection::Send";
 const wchar_t kOpenExisting[] = L"NamedPipeConnection::OpenExisting";
@@ -123,17 +114,10 @@ const wchar_t kWait[] = L"NamedPipeConnection::WaitForConnection";
 const wchar_t kNotConnected[] = L"NamedPipeConnection::ThrowIfPipeNotConnected";
 const wchar_t kClosePipe[] = L"NamedPipeConnection::ClosePipe";
 
-class NamedPipeConnectionTest : public ::testing::Test {
+class NamedPipeConnectionTest : public RecordingLoggersTest {
 protected:
-    void SetUp() override { TestLoggers::Reset(); }
-    void TearDown() override { TestLoggers::Reset(); }
-
     // The connection's own logger (the latest one handed out under its class name).
-    static RecordingLog& LogOf() {
-        RecordingLog* log = TestLoggers::Find(L"NamedPipeConnection");
-        EXPECT_NE(log, nullptr);
-        return *log;
-    }
+    static RecordingLog& LogOf() { return LatestLog(L"NamedPipeConnection"); }
 
     // Opens `server` as a new pipe and connects an echoing pipe_peer.exe that has finished
     // opening its end; "quit" ends the peer.

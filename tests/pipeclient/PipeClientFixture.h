@@ -46,16 +46,6 @@ PipeBytes WithSizeField(Message message, uint32_t declaredSize) {
     return BytesOf(message);
 }
 
-inline bool HasLine(const std::vector<LogLine>& lines, LogLevel level, const std::wstring& method,
-                    const std::wstring& text) {
-    for (const auto& line : lines) {
-        if (line.level == level && line.method == method && line.text == text) {
-            return true;
-        }
-    }
-    return false;
-}
-
 inline size_t CountMethod(const std::vector<LogLine>& lines, const std::wstring& method) {
     size_t count = 0;
     for (const auto& line : lines) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "RecordingLog.h"
+#include "RecordingLoggersTest.h"
 #include "ScopedEnvironment.h"
 #include "StrangerProcesses.h"
 #include "common/UniqueHandle.h"
@@ -25,27 +26,22 @@ namespace {
 const wchar_t kOpenNewPipe[] = L"NamedPipeConnection::OpenNewPipe";
 const wchar_t kWait[] = L"NamedPipeConnection::WaitForConnection";
 
-bool HasLine(const std::vector<LogLine>& lines, LogLevel level, const std::wstring& method,
-             const std::wstring& text) {
-    for (const LogLine& line : lines) {
-        if (line.level == level && line.method == method && line.text == text) {
-            return true;
-        }
-    }
-    return false;
-}
-
-class PipeHardeningTest : public ::testing::Test {
+class PipeHardeningTest : public RecordingLoggersTest {
 protected:
-    void SetUp() override { TestLoggers::Reset(); }
-    void TearDown() override { TestLoggers::Reset(); }
-
-    static RecordingLog& LogOf() {
-        RecordingLog* log = TestLoggers::Find(L"NamedPipeConnection");
-        EXPECT_NE(log, nullptr);
-        return *log;
-    }
+    static RecordingLog& LogOf() { return LatestLog(L"NamedPipeConnection"); }
 };
+
+// Opens the server end and lets a stranger take its only instance; null (after a failure) when
+// the stranger did not get in.
+std::unique_ptr<Knocker> OpenWithStrangerIn(NamedPipeConnection& server, const std::wstring& name) {
+    server.OpenNewPipe(name.c_str());
+    auto stranger = std::make_unique<Knocker>(name);
+    if (!stranger->Started() || !stranger->IsIn()) {
+        ADD_FAILURE() << "the stranger did not take the pipe's instance";
+        return nullptr;
+    }
+    return stranger;
+}
 
 class HardenedPipeTest : public PipeHardeningTest {
 protected:
@@ -90,27 +86,44 @@ TEST_F(HardenedPipeTest, NameTakenBySquatterWithItsOnlyInstanceIsRefused) {
     EXPECT_THROW(server.OpenNewPipe(name.c_str()), PipeNameTakenError);
 }
 
-TEST_F(HardenedPipeTest, NoOtherProcessCanAddAnInstance) {
-    const std::wstring name = UniqueHardeningPipeName(L"only");
+namespace {
+
+// Opens a server end as the current setting makes it, then lets another process try to create
+// one more instance: its exit code (0 when it could).
+DWORD AddInstanceFromAnotherProcess(const wchar_t* purpose) {
+    const std::wstring name = UniqueHardeningPipeName(purpose);
     NamedPipeConnection server;
     server.OpenNewPipe(name.c_str());
     Program create(L"pipe_stranger.exe", L"create " + name);
-    ASSERT_TRUE(create.Started());
-    const DWORD result = create.AwaitExit();
+    EXPECT_TRUE(create.Started());
+    return create.AwaitExit();
+}
+
+}  // namespace
+
+TEST_F(HardenedPipeTest, NoOtherProcessCanAddAnInstance) {
+    const DWORD result = AddInstanceFromAnotherProcess(L"only");
     EXPECT_NE(result, 0u) << "another process created a second instance";
     EXPECT_TRUE(result == ERROR_PIPE_BUSY || result == ERROR_ACCESS_DENIED) << result;
 }
 
 TEST_F(PipeHardeningTest, DefaultPipeLetsAnotherInstanceBeAdded) {
-    const std::wstring name = UniqueHardeningPipeName(L"default-many");
-    NamedPipeConnection server;
-    server.OpenNewPipe(name.c_str());
-    Program create(L"pipe_stranger.exe", L"create " + name);
-    ASSERT_TRUE(create.Started());
-    EXPECT_EQ(create.AwaitExit(), 0u);
+    EXPECT_EQ(AddInstanceFromAnotherProcess(L"default-many"), 0u);
 }
 
 namespace {
+
+// What the built-in launcher of a hardened host leaves behind for the pipe: the helper to wait
+// for, here a program of the test.
+bool ExpectAsHelper(const std::wstring& pipeName, const Program& helper) {
+    HANDLE duplicate = nullptr;
+    if (!::DuplicateHandle(::GetCurrentProcess(), helper.Handle(), ::GetCurrentProcess(),
+                           &duplicate, SYNCHRONIZE, FALSE, 0)) {
+        return false;
+    }
+    ExpectPipeClient(pipeName, ExpectedPipeClient{UniqueHandle(duplicate), helper.Id()});
+    return true;
+}
 
 struct DaclEntry {
     std::wstring sid;
@@ -160,6 +173,25 @@ bool ReadPipeDacl(const std::wstring& name, bool* isProtected, std::vector<DaclE
     return true;
 }
 
+struct PipeDacl {
+    std::wstring user;  // the current user's SID
+    bool isProtected = false;
+    std::vector<DaclEntry> entries;
+};
+
+// Opens a server end as the current setting makes it and reads its DACL back.
+bool ServerEndDacl(const wchar_t* purpose, PipeDacl* dacl) {
+    const std::wstring name = UniqueHardeningPipeName(purpose);
+    NamedPipeConnection server;
+    server.OpenNewPipe(name.c_str());
+    DWORD error = 0;
+    if (!CurrentUserSid(&dacl->user, &error)) {
+        ADD_FAILURE() << "no SID for the current user: " << error;
+        return false;
+    }
+    return ReadPipeDacl(name, &dacl->isProtected, &dacl->entries);
+}
+
 // GENERIC_ALL, or what it maps to for a pipe.
 bool GrantsEverything(ACCESS_MASK mask) {
     return mask == GENERIC_ALL || (mask & FILE_ALL_ACCESS) == FILE_ALL_ACCESS;
@@ -168,53 +200,35 @@ bool GrantsEverything(ACCESS_MASK mask) {
 }  // namespace
 
 TEST_F(HardenedPipeTest, OnlyTheCurrentUserAndLocalSystemMayOpenThePipe) {
-    const std::wstring name = UniqueHardeningPipeName(L"dacl");
-    NamedPipeConnection server;
-    server.OpenNewPipe(name.c_str());
-    std::wstring user;
-    DWORD error = 0;
-    ASSERT_TRUE(CurrentUserSid(&user, &error)) << error;
-    bool isProtected = false;
-    std::vector<DaclEntry> entries;
-    ASSERT_TRUE(ReadPipeDacl(name, &isProtected, &entries));
-    EXPECT_TRUE(isProtected) << "inherited entries could widen it";
-    ASSERT_EQ(entries.size(), 2u);
-    EXPECT_EQ(entries[0].sid, L"S-1-5-18");
-    EXPECT_TRUE(GrantsEverything(entries[0].mask)) << std::hex << entries[0].mask;
-    EXPECT_EQ(entries[1].sid, user);
-    EXPECT_TRUE(GrantsEverything(entries[1].mask)) << std::hex << entries[1].mask;
+    PipeDacl dacl;
+    ASSERT_TRUE(ServerEndDacl(L"dacl", &dacl));
+    EXPECT_TRUE(dacl.isProtected) << "inherited entries could widen it";
+    ASSERT_EQ(dacl.entries.size(), 2u);
+    EXPECT_EQ(dacl.entries[0].sid, L"S-1-5-18");
+    EXPECT_TRUE(GrantsEverything(dacl.entries[0].mask)) << std::hex << dacl.entries[0].mask;
+    EXPECT_EQ(dacl.entries[1].sid, dacl.user);
+    EXPECT_TRUE(GrantsEverything(dacl.entries[1].mask)) << std::hex << dacl.entries[1].mask;
 }
 
 TEST_F(PipeHardeningTest, DefaultPipeKeepsTheDefaultDacl) {
-    const std::wstring name = UniqueHardeningPipeName(L"default-dacl");
-    NamedPipeConnection server;
-    server.OpenNewPipe(name.c_str());
-    std::wstring user;
-    DWORD error = 0;
-    ASSERT_TRUE(CurrentUserSid(&user, &error)) << error;
-    bool isProtected = true;
-    std::vector<DaclEntry> entries;
-    ASSERT_TRUE(ReadPipeDacl(name, &isProtected, &entries));
-    const bool currentUserOnly = isProtected && entries.size() == 2 &&
-                                 entries[0].sid == L"S-1-5-18" && entries[1].sid == user;
+    PipeDacl dacl;
+    ASSERT_TRUE(ServerEndDacl(L"default-dacl", &dacl));
+    const bool currentUserOnly = dacl.isProtected && dacl.entries.size() == 2 &&
+                                 dacl.entries[0].sid == L"S-1-5-18" &&
+                                 dacl.entries[1].sid == dacl.user;
     EXPECT_FALSE(currentUserOnly);
 }
 
 TEST_F(HardenedPipeTest, StrangerThatConnectsBeforeTheHelperIsTurnedAway) {
     const std::wstring name = UniqueHardeningPipeName(L"stranger");
     NamedPipeConnection server;
-    server.OpenNewPipe(name.c_str());
-    const Event strangerIn(name + L"-stranger-in");
-    Program stranger(L"pipe_stranger.exe", L"knock " + name + L" " + strangerIn.Name());
-    ASSERT_TRUE(stranger.Started());
-    ASSERT_TRUE(strangerIn.Await()) << "the stranger took the only instance first";
+    const std::unique_ptr<Knocker> strangerOwner = OpenWithStrangerIn(server, name);
+    ASSERT_TRUE(strangerOwner);
+    Knocker& stranger = *strangerOwner;
     // The process the host is waiting for, as the built-in launcher leaves it behind.
     Program helper(L"pipe_stranger.exe", L"client " + name);
     ASSERT_TRUE(helper.Started());
-    HANDLE duplicate = nullptr;
-    ASSERT_TRUE(::DuplicateHandle(::GetCurrentProcess(), helper.Handle(), ::GetCurrentProcess(),
-                                  &duplicate, SYNCHRONIZE, FALSE, 0));
-    ExpectPipeClient(name, ExpectedPipeClient{UniqueHandle(duplicate), helper.Id()});
+    ASSERT_TRUE(ExpectAsHelper(name, helper));
 
     server.WaitForConnection();
 
@@ -234,19 +248,14 @@ TEST_F(HardenedPipeTest, StrangerThatConnectsBeforeTheHelperIsTurnedAway) {
 TEST_F(HardenedPipeTest, HelperThatEndsBeforeConnectingEndsTheWait) {
     const std::wstring name = UniqueHardeningPipeName(L"gone");
     NamedPipeConnection server;
-    server.OpenNewPipe(name.c_str());
-    const Event strangerIn(name + L"-stranger-in");
-    Program stranger(L"pipe_stranger.exe", L"knock " + name + L" " + strangerIn.Name());
-    ASSERT_TRUE(stranger.Started());
-    ASSERT_TRUE(strangerIn.Await());
+    const std::unique_ptr<Knocker> strangerOwner = OpenWithStrangerIn(server, name);
+    ASSERT_TRUE(strangerOwner);
+    Knocker& stranger = *strangerOwner;
     // A "helper" that has already ended: the host must not wait for it for ever.
     Program helper(L"pipe_stranger.exe", L"unknown-mode");
     ASSERT_TRUE(helper.Started());
     ASSERT_EQ(helper.AwaitExit(), 10u);
-    HANDLE duplicate = nullptr;
-    ASSERT_TRUE(::DuplicateHandle(::GetCurrentProcess(), helper.Handle(), ::GetCurrentProcess(),
-                                  &duplicate, SYNCHRONIZE, FALSE, 0));
-    ExpectPipeClient(name, ExpectedPipeClient{UniqueHandle(duplicate), helper.Id()});
+    ASSERT_TRUE(ExpectAsHelper(name, helper));
     try {
         server.WaitForConnection();
         FAIL() << "the wait went on after the helper had ended";
@@ -260,11 +269,9 @@ TEST_F(HardenedPipeTest, HelperThatEndsBeforeConnectingEndsTheWait) {
 TEST_F(PipeHardeningTest, DefaultPipeServesWhoeverConnectsFirst) {
     const std::wstring name = UniqueHardeningPipeName(L"default-stranger");
     NamedPipeConnection server;
-    server.OpenNewPipe(name.c_str());
-    const Event strangerIn(name + L"-stranger-in");
-    Program stranger(L"pipe_stranger.exe", L"knock " + name + L" " + strangerIn.Name());
-    ASSERT_TRUE(stranger.Started());
-    ASSERT_TRUE(strangerIn.Await());
+    const std::unique_ptr<Knocker> strangerOwner = OpenWithStrangerIn(server, name);
+    ASSERT_TRUE(strangerOwner);
+    Knocker& stranger = *strangerOwner;
     server.WaitForConnection();
     const unsigned char oneByte = 'x';
     EXPECT_EQ(server.Send(&oneByte, 1), 1u);

@@ -75,3 +75,7 @@ Squatter::~Squatter() {
 bool Squatter::Holds() const {
     return m_program.Started() && m_ready.Await();
 }
+
+Knocker::Knocker(const std::wstring& pipeName)
+    : m_in(pipeName + L"-stranger-in"),
+      m_program(L"pipe_stranger.exe", L"knock " + pipeName + L" " + m_in.Name()) {}

@@ -62,3 +62,21 @@ private:
     Event m_end;
     Program m_program;
 };
+
+// pipe_stranger.exe knocking on the pipe: it opens it as soon as it exists and reports what
+// the server did with it (see PipeStranger.cpp, "knock").
+class Knocker {
+public:
+    explicit Knocker(const std::wstring& pipeName);
+    Knocker(const Knocker&) = delete;
+    Knocker& operator=(const Knocker&) = delete;
+    bool Started() const { return m_program.Started(); }
+    // True once it holds the pipe's instance.
+    bool IsIn() const { return m_in.Await(); }
+    DWORD Id() const { return m_program.Id(); }
+    DWORD AwaitExit() { return m_program.AwaitExit(); }
+
+private:
+    Event m_in;
+    Program m_program;
+};

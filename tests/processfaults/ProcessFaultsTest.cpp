@@ -35,6 +35,13 @@ public:
     uint32_t AllocationError(const NetWorkerAllocationInfo*) override { return 0; }
 };
 
+// Counts the catalogue's files and lets it go on.
+class FileCounter : public INetWorkerFileFoundCallBack {
+public:
+    bool NetWorkerFileFound(const NetWorkerFileInfo*) override { return ++files, false; }
+    int files = 0;
+};
+
 class CallbackAt : public INetWorkerFileFoundCallBack, public INetWorkerUpdateProgressCallBack {
 public:
     CallbackAt(size_t at, std::function<void()> action) : m_at(at), m_action(std::move(action)) {}
@@ -233,11 +240,7 @@ TEST(ProcessFaults, HostFreeingItsConnectionEndsTheHelperNormally) {
     HelperSession session(L"free");
     ASSERT_EQ(session.InitializeStatus(), 0);
     ASSERT_NE(session.Helper(), nullptr);
-    class Count : public INetWorkerFileFoundCallBack {
-    public:
-        bool NetWorkerFileFound(const NetWorkerFileInfo*) override { return ++files, false; }
-        int files = 0;
-    } found;
+    FileCounter found;
     NoErrors errors;
     ASSERT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
     EXPECT_EQ(found.files, 14);
@@ -253,11 +256,7 @@ TEST(ProcessFaults, ThirdProcessIsRefusedAndTheSessionGoesOn) {
     ASSERT_EQ(session.InitializeStatus(), 0);
     const int probe = RunTestProgram(L"pipe_probe.exe", session.Session().PipeName());
     EXPECT_EQ(probe, ERROR_PIPE_BUSY);
-    class Count : public INetWorkerFileFoundCallBack {
-    public:
-        bool NetWorkerFileFound(const NetWorkerFileInfo*) override { return ++files, false; }
-        int files = 0;
-    } found;
+    FileCounter found;
     NoErrors errors;
     EXPECT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
     EXPECT_EQ(found.files, 14);
@@ -276,17 +275,12 @@ TEST(ProcessFaults, HardenedSessionServesOnlyItsOwnHelper) {
     const ScopedEnvironment logging(L"TARNLOG_FILE", logFile);
     const ScopedEnvironment level(L"TARNLOG_LEVEL", L"debug");
     const std::wstring pipeName = UniquePipeName(L"hardened");
-    const Event strangerIn(pipeName + L"-stranger-in");
-    Program stranger(L"pipe_stranger.exe", L"knock " + pipeName + L" " + strangerIn.Name());
+    Knocker stranger(pipeName);
     ASSERT_TRUE(stranger.Started());
 
     PipeSession session(pipeName);
     ASSERT_EQ(session.Initialize("cli", "srv"), 0);
-    class Count : public INetWorkerFileFoundCallBack {
-    public:
-        bool NetWorkerFileFound(const NetWorkerFileInfo*) override { return ++files, false; }
-        int files = 0;
-    } found;
+    FileCounter found;
     NoErrors errors;
     EXPECT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
     EXPECT_EQ(found.files, 14);

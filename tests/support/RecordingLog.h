@@ -59,6 +59,17 @@ private:
     std::vector<LogLine> m_lines;
 };
 
+// True when one of the lines has this level, method and text.
+inline bool HasLine(const std::vector<LogLine>& lines, LogLevel level, const std::wstring& method,
+                    const std::wstring& text) {
+    for (const LogLine& line : lines) {
+        if (line.level == level && line.method == method && line.text == text) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // The loggers that GetLogger handed out in this test executable.
 namespace TestLoggers {
 // Names for which GetLogger fails (returns 1 and a null logger).
