@@ -137,26 +137,29 @@ void NamedPipeConnection::WaitForConnection() {
         AcceptOnlyExpectedClient(kMethod, expected);
         return;
     }
-    m_log.get()->Debug(kMethod, L"Waiting to ConnectNamedPipe...");
-    // A client that opened the pipe between creation and this call shows as 535.
-    const bool connected = ::ConnectNamedPipe(m_pipe.get(), nullptr) != FALSE ||
-                           ::GetLastError() == ERROR_PIPE_CONNECTED;
-    m_log.get()->Debug(kMethod, L"ConnectNamedPipe completed");
-    if (!connected) {
-        const DWORD error = ::GetLastError();
+    DWORD error = ERROR_SUCCESS;
+    if (!ConnectClient(kMethod, &error)) {
         ClosePipe();
         FailWithError(kMethod, kWaitFailed, error);
     }
 }
 
+bool NamedPipeConnection::ConnectClient(const wchar_t* method, DWORD* error) {
+    m_log.get()->Debug(method, L"Waiting to ConnectNamedPipe...");
+    // A client that opened the pipe between creation and this call shows as 535.
+    const bool connected = ::ConnectNamedPipe(m_pipe.get(), nullptr) != FALSE ||
+                           ::GetLastError() == ERROR_PIPE_CONNECTED;
+    m_log.get()->Debug(method, L"ConnectNamedPipe completed");
+    // Read after the log line, as hosts have always had it (their logger may change it).
+    *error = ::GetLastError();
+    return connected;
+}
+
 void NamedPipeConnection::AcceptOnlyExpectedClient(const wchar_t* method,
                                                    ExpectedPipeClient& expected) {
     for (;;) {
-        m_log.get()->Debug(method, L"Waiting to ConnectNamedPipe...");
-        const bool connected = ::ConnectNamedPipe(m_pipe.get(), nullptr) != FALSE ||
-                               ::GetLastError() == ERROR_PIPE_CONNECTED;
-        const DWORD error = ::GetLastError();
-        m_log.get()->Debug(method, L"ConnectNamedPipe completed");
+        DWORD error = ERROR_SUCCESS;
+        const bool connected = ConnectClient(method, &error);
         ULONG clientId = 0;
         if (connected && ::GetNamedPipeClientProcessId(m_pipe.get(), &clientId) != FALSE &&
             clientId == expected.processId) {
@@ -225,13 +228,14 @@ void NamedPipeConnection::OpenExisting(const wchar_t* name, uint32_t timeout) {
 void NamedPipeConnection::VerifyServerIsParent(const wchar_t* method) {
     std::wstring announced;
     uint32_t starter = 0;
-    if (!ReadEnvironmentVariable(kPipeServerProcessVariable, &announced) ||
-        !ParseProcessId(announced.c_str(), &starter)) {
+    if (!ReadEnvironmentVariable(kPipeServerProcessVariable, &announced)) {
         // Not started by a launcher that names its process: nothing to compare with.
         m_log.get()->Debug(method, L"%s is not set; the pipe's server is not checked.",
                            kPipeServerProcessVariable);
         return;
     }
+    // A value that is not a process id matches no server (starter stays 0).
+    (void)ParseProcessId(announced.c_str(), &starter);
     const DWORD parent = ParentProcessId();
     ULONG server = 0;
     if (::GetNamedPipeServerProcessId(m_pipe.get(), &server) != FALSE && server == parent &&

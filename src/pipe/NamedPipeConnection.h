@@ -42,6 +42,8 @@ public:
     void ThrowIfPipeNotConnected();
 
 private:
+    // ConnectNamedPipe between its two Debug lines; false with *error when no client is on.
+    bool ConnectClient(const wchar_t* method, DWORD* error);
     // Hardened server end: refuses clients other than the expected helper until it connects.
     void AcceptOnlyExpectedClient(const wchar_t* method, ExpectedPipeClient& expected);
     // Hardened client end: closes the pipe and throws unless its server is the process that

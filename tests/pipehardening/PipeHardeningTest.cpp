@@ -329,3 +329,12 @@ TEST_F(PipeHardeningTest, DefaultHelperServesWhicheverServerItFinds) {
     RunHelperAgainstStrangerServer(UniqueHardeningPipeName(L"default-foreign"), &serverExit);
     EXPECT_EQ(serverExit, 1u) << "without hardening the helper answers any server";
 }
+
+TEST_F(HardenedPipeTest, HelperWithAnUnreadableStarterServesNoOne) {
+    const ScopedEnvironment starter(kPipeServerProcessVariable, L"not-a-process");
+    DWORD serverExit = 999;
+    const DWORD helperExit =
+        RunHelperAgainstStrangerServer(UniqueHardeningPipeName(L"garbled"), &serverExit);
+    EXPECT_EQ(serverExit, 0u) << "the server got a reply";
+    EXPECT_EQ(helperExit, 1u);
+}
