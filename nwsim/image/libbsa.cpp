@@ -4,10 +4,13 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <exception>
+#include <locale>
 
 #include "ImageSupport.h"
 #include "XbsaServer.h"
+#include "common/UniqueHandle.h"
 
 namespace {
 
@@ -34,9 +37,42 @@ nwsim::XbsaServer& Server() {
     return server;
 }
 
+// The C++ runtime's one-time set-ups (the server's guarded statics, the locale behind every
+// file stream) run through the POSIX-threads layer linked into this DLL, which gives each
+// thread that runs one a record of its own: a duplicate of the thread's handle, an event and
+// 784 bytes. A thread that outlives the DLL keeps them, so a host that loads and frees the
+// installation's libraries per session, as the library does, would lose two handles and the
+// bytes at every session. The first call after loading therefore runs them on a thread of this
+// DLL that ends at once: its handles close with it, and only the 528 bytes that the threads
+// layer keeps of an ended thread stay behind when the DLL is freed.
+std::atomic<bool> g_runtimeReady{false};
+
+DWORD WINAPI SetUpRuntime(void*) {
+    try {
+        Server();
+        const std::locale locale;
+        (void)locale;
+    } catch (...) {
+        // The call that follows meets the same failure and reports it.
+    }
+    return 0;
+}
+
+void SetUpRuntimeOnOwnThread() {
+    if (g_runtimeReady.load()) {
+        return;
+    }
+    UniqueHandle thread(CreateThread(nullptr, 0, SetUpRuntime, nullptr, 0, nullptr));
+    if (thread) {
+        WaitForSingleObject(thread.get(), INFINITE);
+    }
+    g_runtimeReady.store(true);
+}
+
 // Nothing may unwind into the caller: an internal failure is a system error.
 template <typename Call>
 BSA_Int32 Guarded(Call call) {
+    SetUpRuntimeOnOwnThread();
     try {
         return call();
     } catch (...) {

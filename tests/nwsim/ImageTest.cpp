@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Journal.h"
+#include "ProcessFigures.h"
 #include "StoreOps.h"
 #include "ScopedEnvironment.h"
 #include "TestFiles.h"
@@ -85,6 +86,40 @@ TEST(ImageFiles, EachVariantLacksExactlyItsExport) {
         LoadLibraryW((VariantsDirectory() / "omit-nsrlib_init" / "libnsr.dll").c_str()));
     ASSERT_TRUE(nsr);
     EXPECT_EQ(GetProcAddress(nsr.get(), "nsrlib_init"), nullptr);
+}
+
+// The library's wrapper loads and frees the installation's libraries once per session, so
+// loading and freeing them, a call included, must leave neither handles nor heap behind in the
+// host, or a day of sessions would pile them up.
+TEST(ImageFiles, FreedLibrariesLeaveNoHandlesOrHeapBehind) {
+    const TempDirectory store("nwsim");
+    const ScopedEnvironment rootVariable(L"NWSIM_ROOT", store.Path().wstring());
+    const ScopedEnvironment journalVariable(L"NWSIM_JOURNAL", nullptr);
+    const auto loadCallAndFree = [](const wchar_t* file) {
+        UniqueModule module(LoadLibraryW((ImageDirectory() / file).c_str()));
+        ASSERT_TRUE(module) << fs::path(file).string();
+        const auto queryApiVersion =
+            Entry<BSAQueryApiVersionFn>(module.get(), "BSAQueryApiVersion");
+        if (queryApiVersion != nullptr) {
+            BSA_ApiVersion version{};
+            EXPECT_EQ(queryApiVersion(&version), BSA_RC_SUCCESS);
+        }
+    };
+    constexpr int kCycles = 10;
+    // Less than what one load used to leave: the C++ runtime's exception pool.
+    constexpr int64_t kHeapLimit = 74752;
+    for (const wchar_t* file : {L"liblocal.dll", L"librpc.dll", L"librap.dll", L"libnsr.dll",
+                                L"libasm.dll", L"libbsa.dll"}) {
+        loadCallAndFree(file);  // what the first load sets up for the process does not count
+        const ProcessFigures before = MeasureThisProcess();
+        for (int i = 0; i < kCycles; ++i) {
+            loadCallAndFree(file);
+        }
+        const ProcessFigures after = MeasureThisProcess();
+        EXPECT_LE(after.handles, before.handles) << fs::path(file).string();
+        EXPECT_LT(Growth(before.heapBytesInUse, after.heapBytesInUse), kHeapLimit)
+            << fs::path(file).string();
+    }
 }
 
 class ImageSession : public ::testing::Test {
