@@ -252,6 +252,16 @@ TEST_F(ExtractTest, ServerDeliveringMoreThanTheBufferIsRefused) {
     EXPECT_EQ(L"BSAGetData delivered more than the buffer holds", Lines().at(1).second);
 }
 
+TEST_F(ExtractTest, DeliveredCountIsSixteenBit) {
+    // 70000 bytes said to be in the 16384-byte buffer: read as 4464, which fits, so only 4464
+    // bytes of that block are written and the extraction goes on with the next block.
+    m_wrapper.data = PatternData(20000);
+    m_wrapper.getDataNumBytesAt[0] = 70000;
+    ASSERT_EQ(0, Extract(nullptr));
+    EXPECT_EQ(m_wrapper.data.substr(0, 4464) + m_wrapper.data.substr(16384),
+              m_system.Content(m_file));
+}
+
 TEST_F(ExtractTest, ProgressAnswerTrueCancels) {
     m_wrapper.data = PatternData(40000);
     m_system.ticks = {1000};
