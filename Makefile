@@ -1,5 +1,5 @@
 # The project's front door: `make test`, `make demo`, `make bench`.
-.PHONY: all deps build sdk test test-windows test-native bench demo format clean
+.PHONY: all deps build sdk test test-windows test-native bench demo fuzz format clean
 
 all: build
 
@@ -30,6 +30,15 @@ bench: build
 
 demo: build
 	scripts/demo.sh build
+
+# Longer fuzzing: each libFuzzer target for FUZZ_SECONDS (default 10 minutes), growing its
+# corpus in fuzz/corpus/<fuzzer>/; reproducers go to fuzz/artifacts/<fuzzer>/. FUZZERS="a b"
+# runs only those; scripts/run-fuzzers.sh lists the other settings.
+FUZZ_SECONDS ?= 600
+fuzz: deps
+	cmake --preset native
+	cmake --build --preset native --target fuzzers
+	FUZZ_SECONDS=$(FUZZ_SECONDS) scripts/run-fuzzers.sh build/native $(FUZZERS)
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -31,7 +31,10 @@ function(nwx_add_test name)
 endfunction()
 
 # nwx_add_fuzzer(<name> SOURCES ... [LIBS ...] [SECONDS n])
-# Native only: a libFuzzer target that ctest runs for a bounded time under ASan/UBSan.
+# Native only: a libFuzzer target that ctest runs for a bounded time under ASan/UBSan. When
+# fuzz/corpus/<name>/ exists, a second entry, <name>_corpus, replays every kept input once, so
+# that an input that once found a bug, or reached deep, keeps being checked. The target also
+# joins `fuzzers` (all of them) and the list that `make fuzz` reads (fuzzers.txt in the build).
 function(nwx_add_fuzzer name)
     cmake_parse_arguments(F "" "SECONDS" "SOURCES;LIBS" ${ARGN})
     if(WIN32 OR NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
@@ -47,6 +50,35 @@ function(nwx_add_fuzzer name)
     add_test(NAME ${name} COMMAND ${name} -max_total_time=${F_SECONDS} -rss_limit_mb=1024
              -print_final_stats=1)
     set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+
+    set(corpus ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
+    if(EXISTS ${corpus})
+        # -runs=0: execute the inputs already in the directory, mutate nothing, write nothing.
+        add_test(NAME ${name}_corpus COMMAND ${name} -runs=0 -rss_limit_mb=1024 -timeout=60
+                 ${corpus})
+        # The corpus is only read here; crash files of a failing replay go to the build tree.
+        set_tests_properties(${name}_corpus PROPERTIES TIMEOUT 300 WORKING_DIRECTORY
+                             ${CMAKE_CURRENT_BINARY_DIR})
+    endif()
+    if(NOT TARGET fuzzers)
+        add_custom_target(fuzzers)
+    endif()
+    add_dependencies(fuzzers ${name})
+    set_property(GLOBAL APPEND PROPERTY NWX_FUZZERS ${name})
+endfunction()
+
+# Writes <build>/fuzzers.txt, one "<name> <path of the executable>" line per fuzzer, for
+# scripts/run-fuzzers.sh. Called once, after every fuzzer is declared.
+function(nwx_write_fuzzer_list)
+    get_property(names GLOBAL PROPERTY NWX_FUZZERS)
+    if(NOT names)
+        return()
+    endif()
+    set(lines "")
+    foreach(name IN LISTS names)
+        string(APPEND lines "${name} $<TARGET_FILE:${name}>\n")
+    endforeach()
+    file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/fuzzers.txt CONTENT "${lines}")
 endfunction()
 
 # Adds every sub-folder of the current folder that has a CMakeLists.txt ("support" first), so

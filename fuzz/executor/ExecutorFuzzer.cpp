@@ -225,8 +225,15 @@ void RunExtraction(FuzzedDataProvider& input, FakeApiWrapper& wrapper, FakeSyste
         wrapper.getDataRcAt[input.ConsumeIntegralInRange(0, 6)] = PickReturnCode(input);
     }
     if (input.ConsumeIntegral<uint8_t>() < 16) {
-        // More than any buffer holds: refused, never written.
-        wrapper.getDataNumBytesAt[input.ConsumeIntegralInRange(0, 6)] = 70000;
+        // One more byte than the buffer holds: refused, never written. The executor reads the
+        // count as 16 bits (70000 would be 4464, written as such), and its buffer is the
+        // server's wish as 16 bits, at least 16384; a 65535-byte buffer cannot be overrun.
+        const uint32_t bufferSize =
+            std::max<uint32_t>(static_cast<uint16_t>(wrapper.bufferLenWanted), 16384);
+        const int call = input.ConsumeIntegralInRange(0, 6);
+        if (bufferSize < 0xFFFF) {
+            wrapper.getDataNumBytesAt[call] = bufferSize + 1;
+        }
     }
 
     system.failWriteAt.clear();
@@ -291,13 +298,14 @@ void RunExtraction(FuzzedDataProvider& input, FakeApiWrapper& wrapper, FakeSyste
         Check(!system.FileExists(path) || deleteFails);
         return;
     }
-    // Kept: the object's bytes from the start; all of them unless a full disk was refused.
+    // Kept: the object's bytes from the start; all that the server delivered (it may end the
+    // data early with 18) unless a full disk was refused.
     Check(system.FileExists(path));
     const std::string content = system.Content(path);
-    Check(content.size() <= wrapper.data.size());
+    Check(content.size() <= wrapper.dataDelivered);
     Check(wrapper.data.compare(0, content.size(), content) == 0);
     if (!host.refusedDiskFull && !diskFullUnanswered) {
-        Check(content == wrapper.data);
+        Check(content.size() == wrapper.dataDelivered);
     }
 }
 

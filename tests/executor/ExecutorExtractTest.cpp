@@ -244,12 +244,34 @@ TEST_F(ExtractTest, GetDataFailureDeletesThePartialFile) {
     EXPECT_EQ(2u, m_progress.reports.size());
 }
 
+TEST_F(ExtractTest, ServerEndingTheDataEarlyKeepsWhatItDelivered) {
+    // End of data (18) with no bytes on the second block: the object ends after the first block,
+    // however large its descriptor said it was, and that block is kept as the whole file.
+    m_wrapper.data = PatternData(40000);
+    m_wrapper.getDataRcAt[1] = 18;
+    EXPECT_EQ(0, Extract(nullptr));
+    EXPECT_EQ(m_wrapper.data.substr(0, 16384), m_system.Content(m_file));
+    EXPECT_EQ(16384u, m_wrapper.dataDelivered);
+    EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAGetData", "BSAGetData", "BSAEndData"}),
+              m_wrapper.calls);
+}
+
 TEST_F(ExtractTest, ServerDeliveringMoreThanTheBufferIsRefused) {
     m_wrapper.data = PatternData(40000);
     m_wrapper.getDataNumBytesAt[0] = 30000;
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
     EXPECT_FALSE(m_system.FileExists(m_file));
     EXPECT_EQ(L"BSAGetData delivered more than the buffer holds", Lines().at(1).second);
+}
+
+TEST_F(ExtractTest, DeliveredCountIsSixteenBit) {
+    // 70000 bytes said to be in the 16384-byte buffer: read as 4464, which fits, so only 4464
+    // bytes of that block are written and the extraction goes on with the next block.
+    m_wrapper.data = PatternData(20000);
+    m_wrapper.getDataNumBytesAt[0] = 70000;
+    ASSERT_EQ(0, Extract(nullptr));
+    EXPECT_EQ(m_wrapper.data.substr(0, 4464) + m_wrapper.data.substr(16384),
+              m_system.Content(m_file));
 }
 
 TEST_F(ExtractTest, ProgressAnswerTrueCancels) {

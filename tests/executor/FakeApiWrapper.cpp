@@ -84,7 +84,7 @@ int32_t FakeApiWrapper::BSAGetObject(BSA_Handle handle, BSA_ObjectDescriptor* de
     Record("BSAGetObject", handle);
     gotObjects.push_back(*descriptor);
     m_getDataCalls = 0;
-    m_dataOffset = 0;
+    dataDelivered = 0;
     if (duringGetObject) {
         duringGetObject();
     }
@@ -107,15 +107,15 @@ int32_t FakeApiWrapper::BSAGetData(BSA_Handle handle, BSA_DataBlock32* dataBlock
         return scripted->second;
     }
     const size_t room = std::min<size_t>(dataBlock->numBytes, blockLimit);
-    const size_t count = std::min(room, data.size() - m_dataOffset);
-    std::memcpy(dataBlock->bufferPtr, data.data() + m_dataOffset, count);
-    m_dataOffset += count;
+    const size_t count = std::min(room, data.size() - dataDelivered);
+    std::memcpy(dataBlock->bufferPtr, data.data() + dataDelivered, count);
+    dataDelivered += count;
     dataBlock->numBytes = static_cast<uint32_t>(count);
     auto forced = getDataNumBytesAt.find(call);
     if (forced != getDataNumBytesAt.end()) {
         dataBlock->numBytes = forced->second;
     }
-    return m_dataOffset == data.size() ? BSA_RC_NO_MORE_DATA : 0;
+    return dataDelivered == data.size() ? BSA_RC_NO_MORE_DATA : 0;
 }
 
 int32_t FakeApiWrapper::BSAEndData(BSA_Handle handle) {

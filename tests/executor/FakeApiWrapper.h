@@ -46,6 +46,9 @@ public:
     BSA_QueryDescriptor query{};
     std::vector<BSA_ObjectDescriptor> gotObjects;
     std::vector<uint32_t> getDataBufferLens;
+    // Bytes of `data` handed out since the last BSAGetObject: the object as the server ended it
+    // (a scripted 18 ends it early).
+    size_t dataDelivered = 0;
     BSA_ObjectDescriptor correctDescriptor{};
     std::string correctServer;
     std::string correctClient;
@@ -71,7 +74,6 @@ private:
     void Record(const char* name, BSA_Handle handle);
     int m_nextCalls = 0;
     int m_getDataCalls = 0;
-    size_t m_dataOffset = 0;
 };
 
 // A descriptor as the server reports one: owner MSEXCH, given path, resource type, size and
