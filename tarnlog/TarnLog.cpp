@@ -14,6 +14,7 @@
 #include <string>
 
 #include "LogLineFormat.h"
+#include "common/EnvironmentVariable.h"
 #include "common/LastError.h"
 #include "common/UniqueHandle.h"
 #include "common/WideFormat.h"
@@ -21,34 +22,6 @@
 #include "interfaces/LoggerApi.h"
 
 namespace {
-
-// Returns false when the variable is not set; an empty value counts as set.
-bool ReadEnvironment(const wchar_t* name, std::wstring* value) {
-    wchar_t small[512];
-    SetLastError(ERROR_SUCCESS);
-    DWORD length = GetEnvironmentVariableW(name, small, 512);
-    if (length == 0) {
-        value->clear();
-        return GetLastError() != ERROR_ENVVAR_NOT_FOUND;
-    }
-    if (length < 512) {
-        value->assign(small, length);
-        return true;
-    }
-    // Another thread may change the variable between the calls: retry until it fits.
-    std::wstring buffer;
-    while (length >= buffer.size()) {
-        buffer.assign(length, L'\0');
-        length = GetEnvironmentVariableW(name, &buffer[0], static_cast<DWORD>(buffer.size()));
-        if (length == 0) {
-            value->clear();
-            return GetLastError() != ERROR_ENVVAR_NOT_FOUND;
-        }
-    }
-    buffer.resize(length);
-    *value = std::move(buffer);
-    return true;
-}
 
 tarnlog::LocalTimestamp Now() {
     SYSTEMTIME now;
@@ -242,7 +215,7 @@ class LoggerRegistry {
 public:
     int Create(const wchar_t* name, ILog** log) {
         std::wstring value;
-        if (ReadEnvironment(L"TARNLOG_FAIL_NAMES", &value)) {
+        if (ReadEnvironmentVariable(L"TARNLOG_FAIL_NAMES", &value)) {
             for (const std::wstring& refused : tarnlog::ParseNameList(value)) {
                 if (refused == name) {
                     return kRefusedByConfiguration;
@@ -252,14 +225,14 @@ public:
 
         int level = LogLevelInfo;
         std::wstring levelText;
-        const bool levelSet = ReadEnvironment(L"TARNLOG_LEVEL", &levelText);
+        const bool levelSet = ReadEnvironmentVariable(L"TARNLOG_LEVEL", &levelText);
         // An empty TARNLOG_LEVEL means the default, like an unset one.
         const bool levelKnown =
             !levelSet || levelText.empty() || tarnlog::ParseLogLevel(levelText, &level);
 
         std::shared_ptr<LogFile> file;
         std::wstring path;
-        if (ReadEnvironment(L"TARNLOG_FILE", &path) && !path.empty()) {
+        if (ReadEnvironmentVariable(L"TARNLOG_FILE", &path) && !path.empty()) {
             DWORD error = ERROR_SUCCESS;
             file = m_files.Open(path, &error);
             if (file == nullptr) {

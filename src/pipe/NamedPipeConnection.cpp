@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "common/EnvironmentVariable.h"
 #include "common/MethodTracer.h"
 #include "common/WideFormat.h"
 

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "common/EnvironmentVariable.h"
+
 namespace {
 
 class ExpectedPipeClients {
@@ -38,24 +40,6 @@ ExpectedPipeClients& Expected() {
 }
 
 }  // namespace
-
-bool ReadEnvironmentVariable(const wchar_t* name, std::wstring* value) {
-    std::vector<wchar_t> buffer(64);
-    for (;;) {
-        ::SetLastError(ERROR_SUCCESS);
-        const DWORD length =
-            ::GetEnvironmentVariableW(name, buffer.data(), static_cast<DWORD>(buffer.size()));
-        if (length == 0) {
-            value->clear();
-            return ::GetLastError() != ERROR_ENVVAR_NOT_FOUND;
-        }
-        if (length < buffer.size()) {
-            value->assign(buffer.data(), length);
-            return true;
-        }
-        buffer.resize(length);
-    }
-}
 
 PipeHardening ReadPipeHardening() {
     std::wstring value;

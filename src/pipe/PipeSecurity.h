@@ -13,9 +13,6 @@
 // NWX_PIPE_HARDENING of this process, read at each call.
 PipeHardening ReadPipeHardening();
 
-// The value of an environment variable of this process; false when it is not set.
-bool ReadEnvironmentVariable(const wchar_t* name, std::wstring* value);
-
 // The current user's SID as a string ("S-1-5-21-..."); false with *error otherwise.
 bool CurrentUserSid(std::wstring* sid, DWORD* error);
 
