@@ -131,7 +131,8 @@ void CheckEnvironmentBlock(FuzzedDataProvider& input) {
                         ? static_cast<wchar_t>(c - L'a' + L'A')
                         : c;
             }
-            entry = spelled + L"=" + entry;
+            spelled += L'=';
+            entry.insert(0, spelled);
         }
         entries.push_back(entry);
     }
