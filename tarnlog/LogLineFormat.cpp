@@ -2,29 +2,11 @@
 
 #include <cwchar>
 
+#include "common/AsciiText.h"
+
 namespace tarnlog {
 
 namespace {
-
-bool IsBlank(wchar_t c) {
-    return c == L' ' || c == L'\t';
-}
-
-std::wstring Trimmed(const std::wstring& text) {
-    size_t begin = 0;
-    size_t end = text.size();
-    while (begin < end && IsBlank(text[begin])) {
-        ++begin;
-    }
-    while (end > begin && IsBlank(text[end - 1])) {
-        --end;
-    }
-    return text.substr(begin, end - begin);
-}
-
-wchar_t AsciiLower(wchar_t c) {
-    return (c >= L'A' && c <= L'Z') ? c - L'A' + L'a' : c;
-}
 
 void AppendCodePoint(std::string& out, uint32_t cp) {
     if (cp < 0x80) {
@@ -61,10 +43,7 @@ void AppendTwoDigits(std::string& out, unsigned value) {
 }  // namespace
 
 bool ParseLogLevel(const std::wstring& text, int* level) {
-    std::wstring word = Trimmed(text);
-    for (wchar_t& c : word) {
-        c = AsciiLower(c);
-    }
+    const std::wstring word = KeywordAsTyped(text);
     static const struct {
         const wchar_t* name;
         int level;
@@ -108,7 +87,7 @@ std::vector<std::wstring> ParseNameList(const std::wstring& text) {
         if (comma == std::wstring::npos) {
             comma = text.size();
         }
-        std::wstring name = Trimmed(text.substr(start, comma - start));
+        std::wstring name = TrimBlanks(text.substr(start, comma - start));
         if (!name.empty()) {
             names.push_back(std::move(name));
         }

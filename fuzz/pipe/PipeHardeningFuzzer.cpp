@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "common/AsciiText.h"
 #include "common/EnvironmentBlock.h"
 #include "pipe/PipeHardening.h"
 
@@ -33,26 +34,10 @@ std::wstring WideText(FuzzedDataProvider& input, size_t maxUnits) {
     return text;
 }
 
-wchar_t AsciiLower(wchar_t c) {
-    return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c;
-}
-
-bool IsAscii(const std::wstring& text) {
-    for (wchar_t c : text) {
-        if (c > 0x7F) {
-            return false;
-        }
-    }
-    return true;
-}
-
 void CheckPipeHardening(const std::wstring& value) {
     const PipeHardening parsed = ParsePipeHardening(value.c_str());
     // Blanks around the value never change what it means.
     Check(ParsePipeHardening((L" \t" + value + L"\t ").c_str()) == parsed);
-    if (!IsAscii(value)) {
-        return;
-    }
     const size_t first = value.find_first_not_of(L" \t");
     std::wstring core = first == std::wstring::npos
                             ? L""
@@ -72,7 +57,7 @@ void CheckPipeHardening(const std::wstring& value) {
 
 void CheckProcessId(const std::wstring& text) {
     uint32_t id = 0xDEADBEEF;
-    const bool parsed = ParseProcessId(text.c_str(), &id);
+    const bool parsed = ParseDecimalUint32(text.c_str(), &id);
     bool digitsOnly = !text.empty();
     for (wchar_t c : text) {
         digitsOnly = digitsOnly && c >= L'0' && c <= L'9';

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cwctype>
 
+#include "common/AsciiText.h"
+
 namespace {
 
 const wchar_t kCommonOptions[] =
@@ -37,21 +39,7 @@ std::wstring Lower(std::wstring text) {
 }
 
 bool ParseIndex(const std::wstring& text, uint32_t* index) {
-    if (text.empty() || text.size() > 10) {
-        return false;
-    }
-    uint64_t value = 0;
-    for (wchar_t c : text) {
-        if (c < L'0' || c > L'9') {
-            return false;
-        }
-        value = value * 10 + static_cast<uint64_t>(c - L'0');
-    }
-    if (value > 0xFFFFFFFFull) {
-        return false;
-    }
-    *index = static_cast<uint32_t>(value);
-    return true;
+    return text.size() <= 10 && ParseDecimalUint32(text.c_str(), index);
 }
 
 const wchar_t* CommandName(Command command) {

@@ -2,12 +2,9 @@
 
 #include <cwchar>
 
-namespace {
+#include "AsciiText.h"
 
-wchar_t AsciiUpper(wchar_t character) {
-    return character >= L'a' && character <= L'z' ? static_cast<wchar_t>(character - L'a' + L'A')
-                                                  : character;
-}
+namespace {
 
 // True when entry is "name=..." for this name.
 bool EntryNames(const wchar_t* entry, size_t length, const std::wstring& name) {
@@ -15,7 +12,7 @@ bool EntryNames(const wchar_t* entry, size_t length, const std::wstring& name) {
         return false;
     }
     for (size_t i = 0; i < name.size(); ++i) {
-        if (AsciiUpper(entry[i]) != AsciiUpper(name[i])) {
+        if (AsciiLower(entry[i]) != AsciiLower(name[i])) {
             return false;
         }
     }

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "common/AsciiText.h"
 #include "common/EnvironmentVariable.h"
 #include "common/MethodTracer.h"
 #include "common/WideFormat.h"
@@ -236,7 +237,7 @@ void NamedPipeConnection::VerifyServerIsParent(const wchar_t* method) {
         return;
     }
     // A value that is not a process id matches no server (starter stays 0).
-    (void)ParseProcessId(announced.c_str(), &starter);
+    (void)ParseDecimalUint32(announced.c_str(), &starter);
     const DWORD parent = ParentProcessId();
     ULONG server = 0;
     if (::GetNamedPipeServerProcessId(m_pipe.get(), &server) != FALSE && server == parent &&

@@ -31,9 +31,6 @@ inline bool IsHardened(PipeHardening hardening) {
 // (a SID string, "S-1-5-21-...") and LocalSystem open the pipe or create its instances.
 std::wstring CurrentUserOnlyPipeSddl(const std::wstring& userSid);
 
-// A decimal process id, nothing else around it; false otherwise.
-bool ParseProcessId(const wchar_t* text, uint32_t* processId);
-
 // A hardened host found its pipe name taken by another process: the pipe is not served beside
 // it. Carries the Windows error number of the refusal.
 class PipeNameTakenError : public std::runtime_error {

@@ -28,20 +28,6 @@ TEST(CurrentUserOnlyPipeSddl, ProtectedDaclForLocalSystemAndTheUser) {
               L"D:P(A;;GA;;;SY)(A;;GA;;;S-1-5-21-1-2-3-1000)");
 }
 
-TEST(ParseProcessId, DecimalNumbersOnly) {
-    uint32_t id = 7;
-    EXPECT_TRUE(ParseProcessId(L"4242", &id));
-    EXPECT_EQ(id, 4242u);
-    EXPECT_TRUE(ParseProcessId(L"4294967295", &id));
-    EXPECT_EQ(id, 4294967295u);
-    id = 7;
-    for (const wchar_t* text : {L"", L"-1", L"12a", L" 12", L"4294967296", L"0x10"}) {
-        EXPECT_FALSE(ParseProcessId(text, &id)) << text;
-    }
-    EXPECT_FALSE(ParseProcessId(nullptr, &id));
-    EXPECT_EQ(id, 7u);
-}
-
 TEST(PipeNameTakenError, CarriesTheTextAndTheWindowsError) {
     const PipeNameTakenError error("Failed to create new pipe. GetLastError()=5", 5);
     EXPECT_STREQ(error.what(), "Failed to create new pipe. GetLastError()=5");
