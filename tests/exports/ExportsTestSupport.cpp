@@ -30,19 +30,37 @@ ScopedCurrentDirectory::~ScopedCurrentDirectory() {
     SetCurrentDirectoryW(m_previous.c_str());
 }
 
-std::vector<DWORD> FindProcessesNamed(const wchar_t* exeName) {
+namespace {
+
+// Ids of the running processes that `wanted` picks, in the snapshot's order.
+template <typename Predicate>
+std::vector<DWORD> ProcessIdsWhere(Predicate wanted) {
     std::vector<DWORD> ids;
     UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!snapshot) {
         return ids;
     }
-    PROCESSENTRY32W entry;
+    PROCESSENTRY32W entry{};
     entry.dwSize = sizeof entry;
     for (BOOL more = Process32FirstW(snapshot.get(), &entry); more;
          more = Process32NextW(snapshot.get(), &entry)) {
-        if (_wcsicmp(entry.szExeFile, exeName) == 0) {
+        if (wanted(entry)) {
             ids.push_back(entry.th32ProcessID);
         }
     }
     return ids;
+}
+
+}  // namespace
+
+std::vector<DWORD> FindProcessesNamed(const wchar_t* exeName) {
+    return ProcessIdsWhere([exeName](const PROCESSENTRY32W& entry) {
+        return _wcsicmp(entry.szExeFile, exeName) == 0;
+    });
+}
+
+std::vector<DWORD> ChildProcessesNamed(DWORD parentId, const wchar_t* exeName) {
+    return ProcessIdsWhere([parentId, exeName](const PROCESSENTRY32W& entry) {
+        return entry.th32ParentProcessID == parentId && _wcsicmp(entry.szExeFile, exeName) == 0;
+    });
 }

@@ -26,3 +26,6 @@ private:
 
 // Process ids of running programs with this file name (case-insensitive), newest last.
 std::vector<DWORD> FindProcessesNamed(const wchar_t* exeName);
+
+// The same, only those whose parent is `parentId`.
+std::vector<DWORD> ChildProcessesNamed(DWORD parentId, const wchar_t* exeName);

@@ -16,6 +16,7 @@
 #include "RecordingLoggersTest.h"
 #include "ScopedEnvironment.h"
 #include "StrangerProcesses.h"
+#include "../exports/ExportsTestSupport.h"
 #include "common/UniqueHandle.h"
 #include "pipe/NamedPipeConnection.h"
 #include "pipe/PipeHardening.h"
@@ -51,7 +52,7 @@ protected:
 }  // namespace
 
 TEST_F(PipeHardeningTest, DefaultPipeIsServedBesideASquatterAsItAlwaysWas) {
-    const std::wstring name = UniqueHardeningPipeName(L"default-squat");
+    const std::wstring name = UniquePipeName(L"default-squat");
     const Squatter squatter(name, PIPE_UNLIMITED_INSTANCES);
     ASSERT_TRUE(squatter.Holds());
     NamedPipeConnection server;
@@ -59,7 +60,7 @@ TEST_F(PipeHardeningTest, DefaultPipeIsServedBesideASquatterAsItAlwaysWas) {
 }
 
 TEST_F(HardenedPipeTest, NameTakenBySquatterWithFreeInstancesIsRefused) {
-    const std::wstring name = UniqueHardeningPipeName(L"squat-many");
+    const std::wstring name = UniquePipeName(L"squat-many");
     const Squatter squatter(name, PIPE_UNLIMITED_INSTANCES);
     ASSERT_TRUE(squatter.Holds());
     NamedPipeConnection server;
@@ -79,7 +80,7 @@ TEST_F(HardenedPipeTest, NameTakenBySquatterWithFreeInstancesIsRefused) {
 }
 
 TEST_F(HardenedPipeTest, NameTakenBySquatterWithItsOnlyInstanceIsRefused) {
-    const std::wstring name = UniqueHardeningPipeName(L"squat-one");
+    const std::wstring name = UniquePipeName(L"squat-one");
     const Squatter squatter(name, 1);
     ASSERT_TRUE(squatter.Holds());
     NamedPipeConnection server;
@@ -91,7 +92,7 @@ namespace {
 // Opens a server end as the current setting makes it, then lets another process try to create
 // one more instance: its exit code (0 when it could).
 DWORD AddInstanceFromAnotherProcess(const wchar_t* purpose) {
-    const std::wstring name = UniqueHardeningPipeName(purpose);
+    const std::wstring name = UniquePipeName(purpose);
     NamedPipeConnection server;
     server.OpenNewPipe(name.c_str());
     Program create(L"pipe_stranger.exe", L"create " + name);
@@ -181,7 +182,7 @@ struct PipeDacl {
 
 // Opens a server end as the current setting makes it and reads its DACL back.
 bool ServerEndDacl(const wchar_t* purpose, PipeDacl* dacl) {
-    const std::wstring name = UniqueHardeningPipeName(purpose);
+    const std::wstring name = UniquePipeName(purpose);
     NamedPipeConnection server;
     server.OpenNewPipe(name.c_str());
     DWORD error = 0;
@@ -220,7 +221,7 @@ TEST_F(PipeHardeningTest, DefaultPipeKeepsTheDefaultDacl) {
 }
 
 TEST_F(HardenedPipeTest, StrangerThatConnectsBeforeTheHelperIsTurnedAway) {
-    const std::wstring name = UniqueHardeningPipeName(L"stranger");
+    const std::wstring name = UniquePipeName(L"stranger");
     NamedPipeConnection server;
     const std::unique_ptr<Knocker> strangerOwner = OpenWithStrangerIn(server, name);
     ASSERT_TRUE(strangerOwner);
@@ -246,7 +247,7 @@ TEST_F(HardenedPipeTest, StrangerThatConnectsBeforeTheHelperIsTurnedAway) {
 }
 
 TEST_F(HardenedPipeTest, HelperThatEndsBeforeConnectingEndsTheWait) {
-    const std::wstring name = UniqueHardeningPipeName(L"gone");
+    const std::wstring name = UniquePipeName(L"gone");
     NamedPipeConnection server;
     const std::unique_ptr<Knocker> strangerOwner = OpenWithStrangerIn(server, name);
     ASSERT_TRUE(strangerOwner);
@@ -267,7 +268,7 @@ TEST_F(HardenedPipeTest, HelperThatEndsBeforeConnectingEndsTheWait) {
 }
 
 TEST_F(PipeHardeningTest, DefaultPipeServesWhoeverConnectsFirst) {
-    const std::wstring name = UniqueHardeningPipeName(L"default-stranger");
+    const std::wstring name = UniquePipeName(L"default-stranger");
     NamedPipeConnection server;
     const std::unique_ptr<Knocker> strangerOwner = OpenWithStrangerIn(server, name);
     ASSERT_TRUE(strangerOwner);
@@ -305,14 +306,14 @@ TEST_F(HardenedPipeTest, HelperRefusesToServeAServerThatIsNotItsParent) {
                                     std::to_wstring(::GetCurrentProcessId()));
     DWORD serverExit = 999;
     const DWORD helperExit =
-        RunHelperAgainstStrangerServer(UniqueHardeningPipeName(L"foreign"), &serverExit);
+        RunHelperAgainstStrangerServer(UniquePipeName(L"foreign"), &serverExit);
     EXPECT_EQ(serverExit, 0u) << "the foreign server got a reply";
     EXPECT_EQ(helperExit, 1u) << "the helper's session must end as failed";
 }
 
 TEST_F(HardenedPipeTest, HelperRefusesWhenItsStarterIsNotItsParent) {
     // Announced as started by the stranger's server itself, but its parent is this process.
-    const std::wstring name = UniqueHardeningPipeName(L"announced");
+    const std::wstring name = UniquePipeName(L"announced");
     const Event ready(name + L"-ready");
     Program server(L"pipe_stranger.exe", L"serve " + name + L" " + ready.Name());
     ASSERT_TRUE(server.Started());
@@ -326,7 +327,7 @@ TEST_F(HardenedPipeTest, HelperRefusesWhenItsStarterIsNotItsParent) {
 
 TEST_F(PipeHardeningTest, DefaultHelperServesWhicheverServerItFinds) {
     DWORD serverExit = 999;
-    RunHelperAgainstStrangerServer(UniqueHardeningPipeName(L"default-foreign"), &serverExit);
+    RunHelperAgainstStrangerServer(UniquePipeName(L"default-foreign"), &serverExit);
     EXPECT_EQ(serverExit, 1u) << "without hardening the helper answers any server";
 }
 
@@ -334,7 +335,7 @@ TEST_F(HardenedPipeTest, HelperWithAnUnreadableStarterServesNoOne) {
     const ScopedEnvironment starter(kPipeServerProcessVariable, L"not-a-process");
     DWORD serverExit = 999;
     const DWORD helperExit =
-        RunHelperAgainstStrangerServer(UniqueHardeningPipeName(L"garbled"), &serverExit);
+        RunHelperAgainstStrangerServer(UniquePipeName(L"garbled"), &serverExit);
     EXPECT_EQ(serverExit, 0u) << "the server got a reply";
     EXPECT_EQ(helperExit, 1u);
 }

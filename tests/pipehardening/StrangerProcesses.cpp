@@ -1,26 +1,15 @@
 #include "StrangerProcesses.h"
 
+#include "../exports/ExportsTestSupport.h"
+
 namespace {
 
 constexpr DWORD kProcessWaitMilliseconds = 30000;
 
-std::wstring ProgramDirectory() {
-    wchar_t path[MAX_PATH];
-    const DWORD length = ::GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring directory(path, length);
-    return directory.substr(0, directory.find_last_of(L'\\'));
-}
-
 }  // namespace
 
-std::wstring UniqueHardeningPipeName(const wchar_t* purpose) {
-    static int counter = 0;
-    return L"nwx-hardening-" + std::wstring(purpose) + L"-" +
-           std::to_wstring(::GetCurrentProcessId()) + L"-" + std::to_wstring(++counter);
-}
-
 Program::Program(const std::wstring& file, const std::wstring& arguments, bool programNameFirst) {
-    const std::wstring directory = ProgramDirectory();
+    const std::wstring directory = TestProgramDirectory();
     const std::wstring path = directory + L"\\" + file;
     std::wstring commandLine = programNameFirst ? L"\"" + path + L"\" " + arguments : arguments;
     STARTUPINFOW startup{};

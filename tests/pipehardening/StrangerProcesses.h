@@ -9,9 +9,6 @@
 
 #include "common/UniqueHandle.h"
 
-// A pipe name that no other test or run uses.
-std::wstring UniqueHardeningPipeName(const wchar_t* purpose);
-
 // A program of the test program's directory, started in that directory with these arguments
 // (after its quoted path, or, with programNameFirst false, as the whole command line);
 // terminated if it is still running when the object goes.

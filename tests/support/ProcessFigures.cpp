@@ -1,7 +1,6 @@
 #include "ProcessFigures.h"
 
 #include <psapi.h>
-#include <tlhelp32.h>
 
 #include <cstddef>
 #include <cstdio>
@@ -153,21 +152,4 @@ std::string FormatFigures(const std::string& label, const ProcessFigures& figure
                   static_cast<unsigned long long>(figures.workingSet),
                   static_cast<unsigned long long>(figures.heapBytesInUse), figures.heapCount);
     return label + line;
-}
-
-std::vector<DWORD> ChildProcessesNamed(DWORD parentId, const wchar_t* exeName) {
-    std::vector<DWORD> ids;
-    UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-    if (!snapshot) {
-        return ids;
-    }
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Process32FirstW(snapshot.get(), &entry); more;
-         more = Process32NextW(snapshot.get(), &entry)) {
-        if (entry.th32ParentProcessID == parentId && _wcsicmp(entry.szExeFile, exeName) == 0) {
-            ids.push_back(entry.th32ProcessID);
-        }
-    }
-    return ids;
 }

@@ -1,7 +1,6 @@
 #pragma once
 // What a long-running process holds, read from inside it: its kernel handles, its memory as
-// Windows accounts it, and the bytes in use on its heaps; and the child programs it started
-// that are still running. Windows only.
+// Windows accounts it, and the bytes in use on its heaps. Windows only.
 
 #include <windows.h>
 
@@ -30,6 +29,3 @@ int64_t Growth(uint64_t earlier, uint64_t later);
 
 // One line: "<label> handles=... private_bytes=... working_set=... heap_in_use=... heaps=...".
 std::string FormatFigures(const std::string& label, const ProcessFigures& figures);
-
-// Ids of running programs with this file name (case-insensitive) whose parent is `parentId`.
-std::vector<DWORD> ChildProcessesNamed(DWORD parentId, const wchar_t* exeName);
