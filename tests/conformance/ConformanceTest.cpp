@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "../exports/ExportsTestSupport.h"
+#include "HostCallbacks.h"
 #include "HostSessions.h"
 #include "TestPrograms.h"
 #include "ScopedEnvironment.h"
@@ -42,61 +43,6 @@ struct ThroughPipe {
     static std::unique_ptr<HostSession> Open() {
         return std::make_unique<PipeSession>(UniquePipeName(L"conformance"));
     }
-};
-
-struct Found {
-    uint32_t index;
-    SYSTEMTIME backupTime;
-    std::string path;
-    uint64_t size;
-    uint64_t restoreOrder;
-};
-
-class RecordingFileFound : public INetWorkerFileFoundCallBack {
-public:
-    bool NetWorkerFileFound(const NetWorkerFileInfo* file) override {
-        found.push_back(
-            Found{file->index, file->backupTime, file->path, file->size, file->restoreOrder});
-        return stopAfter != 0 && found.size() == stopAfter;
-    }
-    std::vector<Found> found;
-    size_t stopAfter = 0;  // 0: never stop
-};
-
-class RecordingErrors : public INetWorkerErrorCallBack {
-public:
-    uint32_t NetWorkerError(uint32_t code) override {
-        codes.push_back(code);
-        return answer ? answer(code) : 0;
-    }
-    uint32_t AllocationError(const NetWorkerAllocationInfo* info) override {
-        allocations.push_back(*info);
-        return 0;
-    }
-    std::vector<uint32_t> codes;
-    std::vector<NetWorkerAllocationInfo> allocations;
-    std::function<uint32_t(uint32_t)> answer;
-};
-
-class RecordingProgress : public INetWorkerUpdateProgressCallBack {
-public:
-    bool UpdateProgress(NetWorkerProgressInfo* progress) override {
-        reports.push_back(*progress);
-        if (onReport) {
-            onReport(reports.size());
-        }
-        return cancelAt != 0 && reports.size() == cancelAt;
-    }
-    uint64_t BytesDone() const {
-        uint64_t total = 0;
-        for (const auto& report : reports) {
-            total += report.bytesDone;
-        }
-        return total;
-    }
-    std::vector<NetWorkerProgressInfo> reports;
-    size_t cancelAt = 0;  // 0: never cancel
-    std::function<void(size_t)> onReport;
 };
 
 struct ExpectedEntry {
@@ -207,7 +153,7 @@ TYPED_TEST(ConformanceTest, CatalogueWithoutWindowListsTheSeededExchangeFiles) {
     EXPECT_TRUE(errors.codes.empty());
     ASSERT_EQ(found.found.size(), std::size(kSeededCatalogue));
     for (size_t i = 0; i < found.found.size(); ++i) {
-        const Found& entry = found.found[i];
+        const ReportedFile& entry = found.found[i];
         SCOPED_TRACE(entry.path);
         EXPECT_EQ(entry.index, i);
         EXPECT_EQ(entry.path, kSeededCatalogue[i].path);

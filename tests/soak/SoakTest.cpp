@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "../conformance/HostCallbacks.h"
 #include "../conformance/HostSessions.h"
 #include "../exports/ExportsTestSupport.h"
 #include "Catalogue.h"
@@ -57,42 +58,6 @@ constexpr int64_t kMemoryTolerance = int64_t{1024} * 1024;
 // How long helpers get to notice that their host closed the pipe and end.
 constexpr DWORD kHelperExitWaitMs = 30000;
 
-struct FoundEntry {
-    std::string path;
-    uint64_t restoreOrder = 0;
-};
-
-class CatalogueRecorder : public INetWorkerFileFoundCallBack {
-public:
-    bool NetWorkerFileFound(const NetWorkerFileInfo* file) override {
-        entries.push_back(FoundEntry{file->path, file->restoreOrder});
-        return false;
-    }
-    std::vector<FoundEntry> entries;
-};
-
-class ErrorRecorder : public INetWorkerErrorCallBack {
-public:
-    uint32_t NetWorkerError(uint32_t code) override {
-        codes.push_back(code);
-        return 0;
-    }
-    uint32_t AllocationError(const NetWorkerAllocationInfo* info) override {
-        codes.push_back(0x10000 + info->reason);
-        return 0;
-    }
-    std::vector<uint32_t> codes;
-};
-
-class ProgressRecorder : public INetWorkerUpdateProgressCallBack {
-public:
-    bool UpdateProgress(NetWorkerProgressInfo* progress) override {
-        bytesDone += progress->bytesDone;
-        return false;
-    }
-    uint64_t bytesDone = 0;
-};
-
 enum class Mode { InProcess, Helper };
 
 std::unique_ptr<HostSession> OpenSession(Mode mode) {
@@ -100,6 +65,11 @@ std::unique_ptr<HostSession> OpenSession(Mode mode) {
         return std::make_unique<DirectSession>();
     }
     return std::make_unique<PipeSession>(UniquePipeName(L"soak"));
+}
+
+// Disk-full questions and allocation failures alike.
+size_t ErrorCount(const RecordingErrors& errors) {
+    return errors.codes.size() + errors.allocations.size();
 }
 
 uint64_t SizeOfFile(const std::wstring& path) {
@@ -113,38 +83,38 @@ uint64_t SizeOfFile(const std::wstring& path) {
 // Initialize, Catalog and the restore of one small file into `directory`, on a session the
 // caller frees. `catalogue` receives what Catalog reported.
 ::testing::AssertionResult Work(HostSession& session, const std::wstring& directory,
-                                CatalogueRecorder* catalogue) {
+                                RecordingFileFound* catalogue) {
     const int32_t initialized = session.Initialize("cli", "srv");
     if (initialized != 0) {
         return ::testing::AssertionFailure() << "Initialize returned " << initialized;
     }
     INetWorkerExecutor* executor = session.Executor();
-    ErrorRecorder errors;
+    RecordingErrors errors;
     const int32_t catalogued = executor->Catalog(nullptr, nullptr, catalogue, &errors);
-    if (catalogued != 0 || !errors.codes.empty() || catalogue->entries.size() != kSeededEntries) {
+    if (catalogued != 0 || ErrorCount(errors) != 0 || catalogue->found.size() != kSeededEntries) {
         return ::testing::AssertionFailure()
-               << "Catalog returned " << catalogued << " with " << catalogue->entries.size()
-               << " files and " << errors.codes.size() << " errors";
+               << "Catalog returned " << catalogued << " with " << catalogue->found.size()
+               << " files and " << ErrorCount(errors) << " errors";
     }
-    if (catalogue->entries[kRestoredIndex].path != kRestoredPath) {
+    if (catalogue->found[kRestoredIndex].path != kRestoredPath) {
         return ::testing::AssertionFailure() << "catalogue index " << kRestoredIndex << " is "
-                                             << catalogue->entries[kRestoredIndex].path;
+                                             << catalogue->found[kRestoredIndex].path;
     }
 
-    ProgressRecorder progress;
+    RecordingProgress progress;
     const int32_t begun = executor->BeginExtract();
     const int32_t extracted = executor->ExtractFile(kRestoredIndex, directory.c_str(),
                                                     kRestoredFileName, &progress, &errors);
     const int32_t ended = executor->EndExtract();
-    if (begun != 0 || extracted != 0 || ended != 0 || !errors.codes.empty()) {
+    if (begun != 0 || extracted != 0 || ended != 0 || ErrorCount(errors) != 0) {
         return ::testing::AssertionFailure()
                << "BeginExtract " << begun << ", ExtractFile " << extracted << ", EndExtract "
-               << ended << ", " << errors.codes.size() << " errors";
+               << ended << ", " << ErrorCount(errors) << " errors";
     }
     const uint64_t written = SizeOfFile(directory + L"\\" + kRestoredFileName);
-    if (written != kRestoredBytes || progress.bytesDone != kRestoredBytes) {
+    if (written != kRestoredBytes || progress.BytesDone() != kRestoredBytes) {
         return ::testing::AssertionFailure()
-               << "restored " << written << " bytes, progress told " << progress.bytesDone;
+               << "restored " << written << " bytes, progress told " << progress.BytesDone();
     }
     return ::testing::AssertionSuccess();
 }
@@ -152,9 +122,10 @@ uint64_t SizeOfFile(const std::wstring& path) {
 // One whole session, from allocation to Free, whose restored file is then deleted. With
 // `verify`, the file is first compared with the simulator's object byte for byte.
 ::testing::AssertionResult RunSession(Mode mode, const std::wstring& directory,
-                                      CatalogueRecorder* catalogue = nullptr, bool verify = false) {
-    CatalogueRecorder ownCatalogue;
-    CatalogueRecorder* recorder = catalogue != nullptr ? catalogue : &ownCatalogue;
+                                      RecordingFileFound* catalogue = nullptr,
+                                      bool verify = false) {
+    RecordingFileFound ownCatalogue;
+    RecordingFileFound* recorder = catalogue != nullptr ? catalogue : &ownCatalogue;
     ::testing::AssertionResult result = ::testing::AssertionSuccess();
     {
         std::unique_ptr<HostSession> session = OpenSession(mode);
@@ -174,7 +145,7 @@ uint64_t SizeOfFile(const std::wstring& path) {
 // Heap bytes that the catalogue of one session holds in its three strings per entry (object
 // space, path, and object information cut to 256 characters, each with its terminator), from
 // the objects the simulator's store holds for the entries reported.
-uint64_t CatalogueStringBytes(const std::vector<FoundEntry>& entries) {
+uint64_t CatalogueStringBytes(const std::vector<ReportedFile>& entries) {
     nwsim::Catalogue store;
     std::string error;
     const nwsim::StoreLayout layout{std::filesystem::path(SimulatorEnvironment::Get().StoreRoot())};
@@ -183,7 +154,7 @@ uint64_t CatalogueStringBytes(const std::vector<FoundEntry>& entries) {
         return 0;
     }
     uint64_t bytes = 0;
-    for (const FoundEntry& entry : entries) {
+    for (const ReportedFile& entry : entries) {
         const auto object = std::find_if(
             store.objects.begin(), store.objects.end(), [&](const nwsim::CatalogueObject& o) {
                 return o.path == entry.path && o.restoreOrder == entry.restoreOrder;
@@ -291,7 +262,7 @@ protected:
 };
 
 TEST_F(SoakTest, SessionsLeaveNoHandlesMemoryOrHelpersBehind) {
-    CatalogueRecorder firstCatalogue;
+    RecordingFileFound firstCatalogue;
     ASSERT_TRUE(RunSession(Mode::InProcess, m_directory, &firstCatalogue, true))
         << "in-process session 1";
     ASSERT_TRUE(RunSession(Mode::Helper, m_directory, nullptr, true)) << "helper session 1";
@@ -339,7 +310,7 @@ TEST_F(SoakTest, SessionsLeaveNoHandlesMemoryOrHelpersBehind) {
     //   is left.
     const int64_t measuredSessions = inProcessSessions - kWarmUpInProcess;
     const Cost perManagerHandle = MeasureKeptServiceManagerHandle();
-    const uint64_t stringBytesPerCatalogue = CatalogueStringBytes(firstCatalogue.entries);
+    const uint64_t stringBytesPerCatalogue = CatalogueStringBytes(firstCatalogue.found);
     const int64_t stringBytesKept = static_cast<int64_t>(stringBytesPerCatalogue) *
                                     (kCataloguesPerSession - 1) * measuredSessions;
     Cost allowance;
@@ -354,7 +325,7 @@ TEST_F(SoakTest, SessionsLeaveNoHandlesMemoryOrHelpersBehind) {
                   "(%d catalogue per session); allowance over %lld sessions: %lld handles, %lld "
                   "bytes",
                   static_cast<long long>(perManagerHandle.handles),
-                  static_cast<long long>(perManagerHandle.bytes), firstCatalogue.entries.size(),
+                  static_cast<long long>(perManagerHandle.bytes), firstCatalogue.found.size(),
                   static_cast<unsigned long long>(stringBytesPerCatalogue),
                   static_cast<long long>(stringBytesKept), kCataloguesPerSession,
                   static_cast<long long>(measuredSessions),
@@ -389,7 +360,7 @@ TEST_F(SoakTest, ChecksSeeSessionsThatAreNotFreed) {
     std::vector<std::unique_ptr<HostSession>> kept;
     for (Mode mode : {Mode::InProcess, Mode::InProcess, Mode::Helper, Mode::Helper}) {
         kept.push_back(OpenSession(mode));
-        CatalogueRecorder catalogue;
+        RecordingFileFound catalogue;
         ASSERT_TRUE(Work(*kept.back(), m_directory, &catalogue));
         DeleteFileW((m_directory + L"\\" + kRestoredFileName).c_str());
     }
