@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "../conformance/HostCallbacks.h"
 #include "../conformance/HostSessions.h"
 #include "../conformance/TestPrograms.h"
 #include "../exports/ExportsTestSupport.h"
@@ -28,19 +29,6 @@ constexpr int32_t kPipeClosed = 109;
 constexpr DWORD kHelperAccess = SYNCHRONIZE | PROCESS_TERMINATE | PROCESS_QUERY_INFORMATION;
 
 const auto* const g_simulator = ::testing::AddGlobalTestEnvironment(new SimulatorEnvironment);
-
-class NoErrors : public INetWorkerErrorCallBack {
-public:
-    uint32_t NetWorkerError(uint32_t) override { return 0; }
-    uint32_t AllocationError(const NetWorkerAllocationInfo*) override { return 0; }
-};
-
-// Counts the catalogue's files and lets it go on.
-class FileCounter : public INetWorkerFileFoundCallBack {
-public:
-    bool NetWorkerFileFound(const NetWorkerFileInfo*) override { return ++files, false; }
-    int files = 0;
-};
 
 class CallbackAt : public INetWorkerFileFoundCallBack, public INetWorkerUpdateProgressCallBack {
 public:
@@ -137,7 +125,7 @@ TEST(ProcessFaults, HelperKilledDuringCatalogueGives109) {
         session.SuspendHelper();
         session.KillHelperLater(500);
     });
-    NoErrors errors;
+    RecordingErrors errors;
     EXPECT_EQ(session.Executor()->Catalog(nullptr, nullptr, &third, &errors), kPipeClosed);
     EXPECT_EQ(third.Calls(), 3u);
     EXPECT_TRUE(HasExited(session.Helper(), 10000));
@@ -152,7 +140,7 @@ TEST(ProcessFaults, HelperKilledDuringExtractionGives109) {
     class FirstFile : public INetWorkerFileFoundCallBack {
         bool NetWorkerFileFound(const NetWorkerFileInfo*) override { return false; }
     } found;
-    NoErrors errors;
+    RecordingErrors errors;
     ASSERT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
     ASSERT_EQ(session.Executor()->BeginExtract(), 0);
     const TempDirectory temp("killext");
@@ -240,10 +228,10 @@ TEST(ProcessFaults, HostFreeingItsConnectionEndsTheHelperNormally) {
     HelperSession session(L"free");
     ASSERT_EQ(session.InitializeStatus(), 0);
     ASSERT_NE(session.Helper(), nullptr);
-    FileCounter found;
-    NoErrors errors;
+    RecordingFileFound found;
+    RecordingErrors errors;
     ASSERT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
-    EXPECT_EQ(found.files, 14);
+    EXPECT_EQ(found.found.size(), 14u);
     session.Session().Close();
     ASSERT_TRUE(HasExited(session.Helper(), 20000));
     DWORD exitCode = 259;
@@ -256,10 +244,10 @@ TEST(ProcessFaults, ThirdProcessIsRefusedAndTheSessionGoesOn) {
     ASSERT_EQ(session.InitializeStatus(), 0);
     const int probe = RunTestProgram(L"pipe_probe.exe", session.Session().PipeName());
     EXPECT_EQ(probe, ERROR_PIPE_BUSY);
-    FileCounter found;
-    NoErrors errors;
+    RecordingFileFound found;
+    RecordingErrors errors;
     EXPECT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
-    EXPECT_EQ(found.files, 14);
+    EXPECT_EQ(found.found.size(), 14u);
     uint64_t size = 0;
     EXPECT_EQ(session.Executor()->GetFileSize(4, false, &size), 0);
     EXPECT_EQ(size, 8192u);
@@ -280,10 +268,10 @@ TEST(ProcessFaults, HardenedSessionServesOnlyItsOwnHelper) {
 
     PipeSession session(pipeName);
     ASSERT_EQ(session.Initialize("cli", "srv"), 0);
-    FileCounter found;
-    NoErrors errors;
+    RecordingFileFound found;
+    RecordingErrors errors;
     EXPECT_EQ(session.Executor()->Catalog(nullptr, nullptr, &found, &errors), 0);
-    EXPECT_EQ(found.files, 14);
+    EXPECT_EQ(found.found.size(), 14u);
     const std::wstring directory = temp.Child(L"restore");
     ASSERT_TRUE(CreateDirectoryW(directory.c_str(), nullptr));
     ASSERT_EQ(session.Executor()->BeginExtract(), 0);
