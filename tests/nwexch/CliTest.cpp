@@ -402,8 +402,8 @@ TEST_F(NwexchCli, HardenedPipeRestoresTheSameBytesAndTheHelperChecksItsServer) {
     const std::wstring to = Destination(L"hardened");
     const std::wstring log = Destination(L"hardened.log");
     const Result result =
-        Nwexch({L"restore", L"--hardened-pipe", L"--match", L"/second storage group/*.LOG",
-                L"--to", to, L"--flat", L"--log", log, L"--log-level", L"debug"},
+        Nwexch({L"restore", L"--hardened-pipe", L"--match", L"/second storage group/*.LOG", L"--to",
+                to, L"--flat", L"--log", log, L"--log-level", L"debug"},
                L"helper");
     ASSERT_EQ(result.exitCode, 0u) << result.out << result.err;
     EXPECT_TRUE(Verify(L"/Second Storage Group/E01000A1.log", to + L"\\E01000A1.log"));
