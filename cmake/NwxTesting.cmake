@@ -10,8 +10,8 @@ macro(nwx_add_googletest)
 endmacro()
 
 # nwx_add_test(<name> SOURCES ... [LIBS ...] [ENVIRONMENT ...] [TIMEOUT s] [NO_MAIN])
-# One ctest entry per executable. On Windows the executable runs under Wine through the
-# toolchain's emulator; natively it runs under ASan/UBSan.
+# One ctest entry per executable. On Windows the executable runs under Wine (wine-run.sh, through
+# run-gtest-under-wine.sh); natively it runs under ASan/UBSan.
 function(nwx_add_test name)
     cmake_parse_arguments(T "NO_MAIN" "TIMEOUT" "SOURCES;LIBS;ENVIRONMENT" ${ARGN})
     add_executable(${name} ${T_SOURCES})
@@ -20,7 +20,13 @@ function(nwx_add_test name)
     else()
         target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest_main GTest::gmock)
     endif()
-    add_test(NAME ${name} COMMAND ${name})
+    if(WIN32)
+        # Under Wine a dead test program may still exit 0: the runner also wants the summary.
+        add_test(NAME ${name} COMMAND bash ${PROJECT_SOURCE_DIR}/cmake/run-gtest-under-wine.sh
+                                      $<TARGET_FILE:${name}>)
+    else()
+        add_test(NAME ${name} COMMAND ${name})
+    endif()
     if(NOT T_TIMEOUT)
         set(T_TIMEOUT 300)
     endif()

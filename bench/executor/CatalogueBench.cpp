@@ -49,7 +49,7 @@ void BareCatalogue(BareXbsa& xbsa, unsigned* count, double* wall, double* cpu) {
         ++n;
         rc = xbsa.getNextQueryObject(xbsa.handle, &descriptor);
     }
-    xbsa.endTxn(xbsa.handle);
+    xbsa.endTxn(xbsa.handle, BSAVote_COMMIT);
     *wall = watch.Wall();
     *cpu = watch.Cpu();
     *count = n;

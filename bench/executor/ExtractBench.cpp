@@ -76,7 +76,7 @@ bool BareExtract(BareXbsa& xbsa, const std::wstring& file, double* wall, double*
         total += written;
     } while (rc != BSA_RC_NO_MORE_DATA);
     xbsa.endData(xbsa.handle);
-    xbsa.endTxn(xbsa.handle);
+    xbsa.endTxn(xbsa.handle, BSAVote_COMMIT);
     output.reset();
     *wall = watch.Wall();
     *cpu = watch.Cpu();

@@ -2,9 +2,10 @@
 // in-memory file system, all steered by the input: random descriptors, return codes of every
 // call, buffer lengths and short deliveries, write failures (a full disk among them), callback
 // answers, callbacks that throw, Quit at any callback. Checks what must hold on every path:
-// the catalogue's transaction is ended, every extraction ends the object's data and closes its
-// file, a file that was not extracted completely is not left behind, a kept file holds the
-// object's bytes from the start, and only the expected exceptions leave the executor.
+// no record handed to the library lacks headroom for a longer one, the catalogue's transaction
+// is ended, every extraction ends the object's data and closes its file, a file that was not
+// extracted completely is not left behind, a kept file holds the object's bytes from the start,
+// and only the expected exceptions leave the executor.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <algorithm>
@@ -315,6 +316,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider input(data, size);
     TestLoggers::Reset();
     FakeApiWrapper wrapper;
+    // Every record the executor hands over is read and written 4 KiB beyond our declaration.
+    wrapper.oversizedRecords = true;
     FakeSystem system;
     ExecutorSeams seams;
     seams.system = &system;

@@ -102,6 +102,14 @@ bool ParseEntry(std::string_view entry, FaultPlan& plan, std::string& error) {
         plan.throttleBytesPerSecond = number;
         return true;
     }
+    if (key == "records") {
+        if (value == "declared" || value == "oversized") {
+            plan.oversizedRecords = value == "oversized";
+            return true;
+        }
+        error = bad + " (declared|oversized)";
+        return false;
+    }
     if (key == "nsrinfo.exit") {
         if (!ParseSigned32(value, plan.nsrinfoExit)) {
             error = bad;

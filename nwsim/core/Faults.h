@@ -7,6 +7,9 @@
 //   <Call>=<code>@<n>+     ... at its n-th call and every later one
 //   BSAGetObject.bufferLen=<1..65535>   the buffer size BSAGetObject asks for (default 16384)
 //   throttle=<bytes per second>         BSAGetData delivers no faster than this (0 = off)
+//   records=declared|oversized          oversized: every call behaves as a library whose
+//                                       records are 4096 bytes longer than xbsa.h declares
+//                                       (OversizedRecords.h)
 //   nsrinfo.exit=<code>                 nsrinfo.exe prints its normal output and exits <code>
 //   nsrinfo.output=normal|spaced|late|long-value|empty|flood
 // A later entry for the same setting replaces an earlier one. Call faults add up; when several
@@ -52,6 +55,7 @@ struct FaultPlan {
     std::vector<CallFault> callFaults;
     uint32_t bufferLen = 16384;
     uint64_t throttleBytesPerSecond = 0;
+    bool oversizedRecords = false;
     int32_t nsrinfoExit = 0;
     NsrinfoOutput nsrinfoOutput = NsrinfoOutput::Normal;
 

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "OversizedRecords.h"
+
 namespace nwsim {
 
 namespace {
@@ -307,7 +309,7 @@ BSA_Int32 XbsaServer::Terminate(BSA_Handle handle) {
     if (forced) {
         rc = *forced;
     } else if (Find(handle) == nullptr) {
-        rc = BSA_RC_BAD_HANDLE;
+        rc = BSA_RC_INVALID_HANDLE;
     } else {
         m_sessions.erase(handle);
     }
@@ -325,9 +327,9 @@ BSA_Int32 XbsaServer::BeginTxn(BSA_Handle handle) {
     if (forced) {
         rc = *forced;
     } else if (session == nullptr) {
-        rc = BSA_RC_BAD_HANDLE;
+        rc = BSA_RC_INVALID_HANDLE;
     } else if (session->inTransaction) {
-        rc = BSA_RC_BAD_CALL_SEQUENCE;
+        rc = BSA_RC_INVALID_CALL_SEQUENCE;
     } else if (!LoadSessionCatalogue(*session)) {
         rc = kConfigurationError;
     } else {
@@ -338,7 +340,7 @@ BSA_Int32 XbsaServer::BeginTxn(BSA_Handle handle) {
     return Finish(line, forced, rc);
 }
 
-BSA_Int32 XbsaServer::EndTxn(BSA_Handle handle) {
+BSA_Int32 XbsaServer::EndTxn(BSA_Handle handle, BSA_Vote vote) {
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::EndTxn);
@@ -347,17 +349,20 @@ BSA_Int32 XbsaServer::EndTxn(BSA_Handle handle) {
     if (forced) {
         rc = *forced;
     } else if (session == nullptr) {
-        rc = BSA_RC_BAD_HANDLE;
+        rc = BSA_RC_INVALID_HANDLE;
+    } else if (vote != BSAVote_COMMIT && vote != BSAVote_ABORT) {
+        rc = BSA_RC_INVALID_VOTE;
     } else if (!session->inTransaction || session->transfer) {
-        rc = BSA_RC_BAD_CALL_SEQUENCE;
+        rc = BSA_RC_INVALID_CALL_SEQUENCE;
     } else {
+        // Nothing is ever written, so a commit and an abort end the transaction alike.
         session->inTransaction = false;
         session->queryActive = false;
         session->matches.clear();
         session->catalogue.reset();
     }
     JournalLine line("BSAEndTxn");
-    line.Number("handle", handle);
+    line.Number("handle", handle).Signed("vote", vote);
     return Finish(line, forced, rc);
 }
 
@@ -366,16 +371,18 @@ BSA_Int32 XbsaServer::QueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::QueryObject);
+    OverrunIfOversized(query);
+    OverrunIfOversized(descriptor);
     BSA_Int32 rc = BSA_RC_SUCCESS;
     Session* session = Find(handle);
     if (forced) {
         rc = *forced;
     } else if (session == nullptr) {
-        rc = BSA_RC_BAD_HANDLE;
+        rc = BSA_RC_INVALID_HANDLE;
     } else if (query == nullptr || descriptor == nullptr) {
         rc = BSA_RC_NULL_ARGUMENT;
     } else if (!session->inTransaction || session->transfer) {
-        rc = BSA_RC_BAD_CALL_SEQUENCE;
+        rc = BSA_RC_INVALID_CALL_SEQUENCE;
     } else {
         session->matches.clear();
         session->nextMatch = 0;
@@ -437,16 +444,17 @@ BSA_Int32 XbsaServer::GetNextQueryObject(BSA_Handle handle, BSA_ObjectDescriptor
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::GetNextQueryObject);
+    OverrunIfOversized(descriptor);
     BSA_Int32 rc = BSA_RC_SUCCESS;
     Session* session = Find(handle);
     if (forced) {
         rc = *forced;
     } else if (session == nullptr) {
-        rc = BSA_RC_BAD_HANDLE;
+        rc = BSA_RC_INVALID_HANDLE;
     } else if (descriptor == nullptr) {
         rc = BSA_RC_NULL_ARGUMENT;
     } else if (!session->inTransaction || !session->queryActive) {
-        rc = BSA_RC_BAD_CALL_SEQUENCE;
+        rc = BSA_RC_INVALID_CALL_SEQUENCE;
     } else if (session->nextMatch >= session->matches.size()) {
         rc = BSA_RC_NO_MORE_DATA;
     } else {
@@ -467,6 +475,8 @@ BSA_Int32 XbsaServer::OpenObject(BSA_Handle handle, BSA_ObjectDescriptor* descri
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::GetObject);
+    OverrunIfOversized(descriptor);
+    OverrunIfOversized(dataBlock);
     BSA_Int32 rc = BSA_RC_SUCCESS;
     Session* session = Find(handle);
     const uint32_t bufferLenIn = dataBlock != nullptr ? dataBlock->bufferLen : 0;
@@ -475,11 +485,11 @@ BSA_Int32 XbsaServer::OpenObject(BSA_Handle handle, BSA_ObjectDescriptor* descri
     if (forced) {
         rc = *forced;
     } else if (session == nullptr) {
-        rc = BSA_RC_BAD_HANDLE;
+        rc = BSA_RC_INVALID_HANDLE;
     } else if (descriptor == nullptr || dataBlock == nullptr) {
         rc = BSA_RC_NULL_ARGUMENT;
     } else if (!session->inTransaction || session->transfer) {
-        rc = BSA_RC_BAD_CALL_SEQUENCE;
+        rc = BSA_RC_INVALID_CALL_SEQUENCE;
     } else if ((object = FindNamedObject(*session->catalogue, *descriptor)) == nullptr) {
         rc = BSA_RC_OBJECT_NOT_FOUND;
     } else {
@@ -518,6 +528,7 @@ BSA_Int32 XbsaServer::GetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) {
     std::unique_lock<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::GetData);
+    OverrunIfOversized(dataBlock);
     BSA_Int32 rc = BSA_RC_SUCCESS;
     Session* session = Find(handle);
     const uint32_t bufferLen = dataBlock != nullptr ? dataBlock->bufferLen : 0;
@@ -529,11 +540,11 @@ BSA_Int32 XbsaServer::GetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) {
     if (forced) {
         rc = *forced;
     } else if (session == nullptr) {
-        rc = BSA_RC_BAD_HANDLE;
+        rc = BSA_RC_INVALID_HANDLE;
     } else if (dataBlock == nullptr) {
         rc = BSA_RC_NULL_ARGUMENT;
     } else if (!session->transfer || session->transfer->finished) {
-        rc = BSA_RC_BAD_CALL_SEQUENCE;
+        rc = BSA_RC_INVALID_CALL_SEQUENCE;
     } else if (dataBlock->bufferPtr == nullptr) {
         rc = BSA_RC_NULL_ARGUMENT;
     } else if (numBytesIn == 0 && session->transfer->reader.Remaining() != 0) {
@@ -593,9 +604,9 @@ BSA_Int32 XbsaServer::EndData(BSA_Handle handle) {
     if (forced) {
         rc = *forced;
     } else if (session == nullptr) {
-        rc = BSA_RC_BAD_HANDLE;
+        rc = BSA_RC_INVALID_HANDLE;
     } else if (!session->transfer) {
-        rc = BSA_RC_BAD_CALL_SEQUENCE;
+        rc = BSA_RC_INVALID_CALL_SEQUENCE;
     } else {
         session->transfer.reset();
     }

@@ -19,6 +19,7 @@
 #include "ContentReader.h"
 #include "Faults.h"
 #include "Journal.h"
+#include "OversizedRecords.h"
 #include "interfaces/xbsa.h"
 
 namespace nwsim {
@@ -28,7 +29,7 @@ constexpr BSA_Int32 kInitMissingEnvironment = BSA_RC_INVALID_ENV;        // 80
 constexpr BSA_Int32 kInitUnknownServer = BSA_RC_ABORT_SYSTEM_ERROR;      // 3
 constexpr BSA_Int32 kInitUnknownClient = BSA_RC_AUTHENTICATION_FAILURE;  // 4
 // Any call while the store or the fault settings cannot be read.
-constexpr BSA_Int32 kConfigurationError = BSA_RC_SYSTEM_ERROR;  // 79
+constexpr BSA_Int32 kConfigurationError = BSA_RC_ABORT_SYSTEM_ERROR;  // 3
 
 constexpr BSA_UInt16 kApiIssue = 1;
 constexpr BSA_UInt16 kApiVersion = 2;
@@ -69,7 +70,8 @@ public:
                    char** environment);
     BSA_Int32 Terminate(BSA_Handle handle);
     BSA_Int32 BeginTxn(BSA_Handle handle);
-    BSA_Int32 EndTxn(BSA_Handle handle);
+    // Any vote but BSAVote_COMMIT or BSAVote_ABORT is refused with BSA_RC_INVALID_VOTE.
+    BSA_Int32 EndTxn(BSA_Handle handle, BSA_Vote vote);
     BSA_Int32 QueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,
                           BSA_ObjectDescriptor* descriptor);
     BSA_Int32 QueryApiVersion(BSA_ApiVersion* version);
@@ -102,6 +104,13 @@ private:
     // Counts the call; the code a fault forces on it, or a configuration error, if any.
     std::optional<BSA_Int32> Intercept(XbsaCall call);
     Session* Find(BSA_Handle handle);
+    // Under "records=oversized": reads and writes the record as a library with longer records.
+    template <typename Record>
+    void OverrunIfOversized(Record* record) {
+        if (m_faults.oversizedRecords) {
+            m_overrunSum += OverrunRecord(record);
+        }
+    }
     bool LoadSessionCatalogue(Session& session);
     void Journal(const JournalLine& line);
     // Adds the fault marker and the return code, journals the line and returns rc.
@@ -115,6 +124,7 @@ private:
     std::string m_faultError;
     uint64_t m_callCounts[kXbsaCallCount] = {};
     std::map<BSA_Handle, Session> m_sessions;
+    uint32_t m_overrunSum = 0;  // keeps the oversized reads
     BSA_Handle m_nextHandle = 1;
 };
 

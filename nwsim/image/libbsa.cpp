@@ -76,7 +76,7 @@ BSA_Int32 Guarded(Call call) {
     try {
         return call();
     } catch (...) {
-        return BSA_RC_SYSTEM_ERROR;
+        return BSA_RC_ABORT_SYSTEM_ERROR;
     }
 }
 
@@ -97,10 +97,10 @@ BSA_Int32 BSABeginTxn(BSA_Handle handle) {
     return Guarded([&] { return Server().BeginTxn(handle); });
 }
 
-// The vote that the standard passes second is never read: callers that pass only the handle
-// get the same result.
-BSA_Int32 BSAEndTxn(BSA_Handle handle) {
-    return Guarded([&] { return Server().EndTxn(handle); });
+// The standard's two arguments: a caller that passes the handle alone leaves the vote to
+// whatever its register held, and is answered 11 (BSA_RC_INVALID_VOTE) for most values.
+BSA_Int32 BSAEndTxn(BSA_Handle handle, BSA_Vote vote) {
+    return Guarded([&] { return Server().EndTxn(handle, vote); });
 }
 
 BSA_Int32 BSAQueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,

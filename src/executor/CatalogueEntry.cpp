@@ -44,9 +44,12 @@ void CopyFixedFields(const From& from, To* to) {
     static_assert(sizeof to->lGName == sizeof from.lGName, "same group name size");
     static_assert(sizeof to->objectDescription == sizeof from.objectDescription,
                   "same description size");
+    static_assert(sizeof to->reservedByStandard == sizeof from.reservedByStandard,
+                  "same reserved size");
     std::memcpy(to->lGName, from.lGName, sizeof to->lGName);
     std::memcpy(to->cGName, from.cGName, sizeof to->cGName);
     std::memcpy(to->resourceType, from.resourceType, sizeof to->resourceType);
+    std::memcpy(to->reservedByStandard, from.reservedByStandard, sizeof to->reservedByStandard);
     std::memcpy(to->objectDescription, from.objectDescription, sizeof to->objectDescription);
 }
 

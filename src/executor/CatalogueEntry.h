@@ -24,6 +24,7 @@ struct CatalogueEntry {
     char lGName[BSA_MAX_LG_NAME];
     char cGName[BSA_MAX_CG_NAME];
     char resourceType[BSA_MAX_RESOURCETYPE];
+    char reservedByStandard[BSA_MAX_RESERVED];
     char objectDescription[BSA_MAX_DESC];
     // Owned by the catalogue; freed only by ClearM_smVecObjects.
     char* objectSpaceName;

@@ -8,6 +8,7 @@
 #include "ExchangeObjectRules.h"
 #include "ExecutorSystem.h"
 #include "ExtractionPaths.h"
+#include "PaddedXbsaRecord.h"
 #include "common/LastError.h"
 #include "common/MethodTracer.h"
 #include "common/ScopeExit.h"
@@ -243,9 +244,10 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
             RaiseTarnError(m_log, NetWorkerStatus::Cancelled, kMethod, kCancelledMessage);
         }
 
-        BSA_QueryDescriptor query = ExchangeQueryDescriptor();
-        BSA_ObjectDescriptor descriptor{};
-        rc = m_wrapper->BSAQueryObject(m_handle, &query, &descriptor);
+        PaddedXbsaRecord<BSA_QueryDescriptor> query(ExchangeQueryDescriptor());
+        PaddedXbsaRecord<BSA_ObjectDescriptor> paddedDescriptor;
+        BSA_ObjectDescriptor& descriptor = *paddedDescriptor;
+        rc = m_wrapper->BSAQueryObject(m_handle, query.get(), &descriptor);
         status = BSAError2HResult(rc, m_log);
         if (status < 0) {
             ReportError(error,
@@ -331,18 +333,19 @@ int32_t NetWorkerApiExecutor::GetFileSize(uint32_t index, bool correctSize, uint
         return refused;
     }
 
-    BSA_ObjectDescriptor descriptor{};
+    PaddedXbsaRecord<BSA_ObjectDescriptor> descriptor;
     const CatalogueEntry entry = m_smVecObjects[index];
-    LoadLrgVecObjects(m_log, entry, &descriptor);
+    LoadLrgVecObjects(m_log, entry, descriptor.get());
 
     uint64_t corrected = 0;
     int32_t status = NetWorkerStatus::Success;
     if (correctSize) {
-        status = m_wrapper->CorrectFileSize(&descriptor, &corrected, m_serverName, m_clientName);
+        status =
+            m_wrapper->CorrectFileSize(descriptor.get(), &corrected, m_serverName, m_clientName);
     }
     // Without a correction only the low 32 bits of the catalogue's size count (kept on
     // purpose: docs/compatibility.md, "low 32 bits").
-    *size = corrected != 0 ? corrected : descriptor.size.right;
+    *size = corrected != 0 ? corrected : descriptor->size.right;
     return status;
 }
 
@@ -380,11 +383,14 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
     NWX_TRACE_METHOD(m_log, kMethod);
 
     std::unique_ptr<ExecutorFile> file;
-    bool fileAttempted = false;
+    bool fileCreated = false;
     bool keepFile = false;  // decided only when the extraction ends with a status
-    // Both run on every way out, in this order: the file is closed and, unless it was
-    // extracted completely, deleted; then the object's data is ended, also when it was never
-    // opened. An exception of any type (a host's callback that throws) still reaches the caller.
+    // Both run on every way out, in this order: the file is closed and, if this call created it
+    // and did not extract it completely, deleted; then the object's data is ended, also when it
+    // was never opened. A file that this call did not create is never deleted: a failure before
+    // the creation (a refused directory, a file locked by another program, a bad index) leaves
+    // a host's file of that name as it was (docs/compatibility.md, "only a file it created").
+    // An exception of any type (a host's callback that throws) still reaches the caller.
     ScopeExit endData([this] {
         const int32_t endStatus = BSAError2HResult(m_wrapper->BSAEndData(m_handle), m_log);
         if (endStatus < 0) {
@@ -394,24 +400,23 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
     });
     ScopeExit removeIncompleteFile([&] {
         file.reset();
-        if (fileAttempted && !keepFile) {
+        if (fileCreated && !keepFile) {
             DeleteExtractionFile(directory, fileName);
         }
     });
 
     const int32_t status = RunAsStatus([&] {
-        // Checked before the destination is touched, so a host's file of that name survives.
         if (index >= m_smVecObjects.size()) {
             RaiseTarnError(m_log, NetWorkerStatus::InvalidArgument, kMethod,
                            L"Catalogue index %u out of range (%u entries)",
                            static_cast<unsigned>(index),
                            static_cast<unsigned>(m_smVecObjects.size()));
         }
-        fileAttempted = true;
         file = CreateExtractionFile(directory, fileName);
         if (file == nullptr) {
             RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod, L"Could not Create File");
         }
+        fileCreated = true;
         return CopyObjectToFile(index, *file, progress, error);
     });
 
@@ -423,12 +428,12 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
 
 uint32_t NetWorkerApiExecutor::OpenObject(uint32_t index, BSA_DataBlock32* block) {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
-    BSA_ObjectDescriptor descriptor{};
+    PaddedXbsaRecord<BSA_ObjectDescriptor> descriptor;
     const CatalogueEntry entry = m_smVecObjects[index];
-    LoadLrgVecObjects(m_log, entry, &descriptor);
+    LoadLrgVecObjects(m_log, entry, descriptor.get());
 
     m_inGetObject.store(true, std::memory_order_relaxed);
-    const int32_t rc = m_wrapper->BSAGetObject(m_handle, &descriptor, block);
+    const int32_t rc = m_wrapper->BSAGetObject(m_handle, descriptor.get(), block);
     m_inGetObject.store(false, std::memory_order_relaxed);
     const int32_t status = BSAError2HResult(rc, m_log);
     if (status < 0) {
@@ -443,7 +448,8 @@ int32_t NetWorkerApiExecutor::CopyObjectToFile(uint32_t index, ExecutorFile& fil
                                                INetWorkerUpdateProgressCallBack* progress,
                                                INetWorkerErrorCallBack* error) {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
-    BSA_DataBlock32 block{};
+    PaddedXbsaRecord<BSA_DataBlock32> paddedBlock;
+    BSA_DataBlock32& block = *paddedBlock;
     const uint32_t bufferSize = OpenObject(index, &block);
     const std::unique_ptr<uint8_t[]> buffer(new uint8_t[bufferSize]);
 

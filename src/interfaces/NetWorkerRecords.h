@@ -8,8 +8,11 @@
 
 // One accepted catalogue object, passed to INetWorkerFileFoundCallBack::NetWorkerFileFound.
 struct NetWorkerFileInfo {
-    uint32_t index;         // place in the executor's catalogue, from 0
-    SYSTEMTIME backupTime;  // creation time as the server reports it; day of week and ms are 0
+    uint32_t index;  // place in the executor's catalogue, from 0
+    // Creation time as the server reports it, milliseconds 0. The day of week is 0 from the
+    // in-process executor and filled in through the helper (the time crosses the pipe as a
+    // FILETIME and is turned back into a SYSTEMTIME).
+    SYSTEMTIME backupTime;
     const char* path;       // XBSA pathName; owned by the executor's catalogue
     uint64_t size;          // announced size: 0 for .edb/.stm, 5,242,880 for .log
     uint64_t restoreOrder;  // XBSA restoreOrder, left half high

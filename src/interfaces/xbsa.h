@@ -46,37 +46,31 @@ typedef struct {
 #define BSA_MAX_CG_NAME 31
 #define BSA_MAX_LG_NAME 31
 #define BSA_MAX_RESOURCETYPE 31
+#define BSA_MAX_RESERVED 31 /* the unnamed reserved member of the object descriptor */
 #define BSA_MAX_DESC 100
 #define BSA_MAX_OBJINFO 256
 #define BSA_MAX_TOKEN_SIZE 64
 
-/* Return codes. */
+/* Return codes, named and numbered as the Open Group standard (C425) has them. */
 #define BSA_RC_SUCCESS 0
 #define BSA_RC_ABORT_SYSTEM_ERROR 3
 #define BSA_RC_AUTHENTICATION_FAILURE 4
-#define BSA_RC_BAD_CALL_SEQUENCE 5
-#define BSA_RC_BAD_HANDLE 6
-#define BSA_RC_BUFFER_TOO_SMALL 7
-#define BSA_RC_DESC_TOO_LONG 8
-#define BSA_RC_OBJECTSPACE_TOO_LONG 9
-#define BSA_RC_INVALID_TOKEN 10
+#define BSA_RC_INVALID_CALL_SEQUENCE 5
+#define BSA_RC_INVALID_HANDLE 6
 #define BSA_RC_INVALID_VOTE 11
-#define BSA_RC_INVALID_KEYWORD 12
 #define BSA_RC_NO_MATCH 17
 #define BSA_RC_NO_MORE_DATA 18
-#define BSA_RC_NO_RESOURCES 19
-#define BSA_RC_NULL_ARGUMENT 20
 #define BSA_RC_OBJECT_NOT_FOUND 26
 #define BSA_RC_TRANSACTION_ABORTED 32
-#define BSA_RC_VERSION_NOT_SUPPORTED 52
-#define BSA_RC_INVALID_CALL_SEQUENCE 75
+#define BSA_RC_INVALID_DATABLOCK 52
+#define BSA_RC_VERSION_NOT_SUPPORTED 75
 #define BSA_RC_ACCESS_FAILURE 77
-#define BSA_RC_INVALID_DATABLOCK 78
-#define BSA_RC_SYSTEM_ERROR 79
+#define BSA_RC_BUFFER_TOO_SMALL 78
+#define BSA_RC_INVALID_COPYID 79
 #define BSA_RC_INVALID_ENV 80
 #define BSA_RC_INVALID_OBJECTDESCRIPTOR 81
 #define BSA_RC_INVALID_QUERYDESCRIPTOR 83
-#define BSA_RC_INVALID_HANDLE_ARGUMENT 85
+#define BSA_RC_NULL_ARGUMENT 85
 
 typedef enum {
     BSA_CopyType_ANY = 0,
@@ -97,7 +91,7 @@ typedef enum {
     BSA_ObjectStatus_NOT_MOST_RECENT = 2
 } BSA_ObjectStatus;
 
-typedef enum { BSA_Vote_COMMIT = 1, BSA_Vote_ABORT = 2 } BSA_Vote;
+typedef enum { BSAVote_COMMIT = 1, BSAVote_ABORT = 2 } BSA_Vote;
 
 typedef struct {
     BSA_UInt16 issue;
@@ -133,6 +127,9 @@ typedef struct {
     char resourceType[BSA_MAX_RESOURCETYPE];
     BSA_ObjectType objectType;
     BSA_ObjectStatus objectStatus;
+    /* Reserved by the standard (its "rsv4"); libraries write it, so it is kept and handed back
+     * as the query returned it. */
+    char reservedByStandard[BSA_MAX_RESERVED];
     char objectDescription[BSA_MAX_DESC];
     char objectInfo[BSA_MAX_OBJINFO];
 } BSA_ObjectDescriptor;
@@ -162,13 +159,14 @@ typedef struct {
     void* bufferPtr;
 } BSA_DataBlock32;
 
-/* Entry points of the XBSA library, resolved at run time. BSAEndTxn is called with the handle
- * alone: the library never passes a vote, and the server must treat both forms alike. */
+/* Entry points of the XBSA library, resolved at run time. */
 typedef BSA_Int32 (*BSAInitFn)(BSA_Handle* handle, BSA_SecurityToken* token, BSA_ObjectOwner* owner,
                                char** environment);
 typedef BSA_Int32 (*BSATerminateFn)(BSA_Handle handle);
 typedef BSA_Int32 (*BSABeginTxnFn)(BSA_Handle handle);
-typedef BSA_Int32 (*BSAEndTxnFn)(BSA_Handle handle);
+/* Always called with BSAVote_COMMIT: on x64 a library that declares the handle alone never reads
+ * the second argument, and one that declares the vote gets a defined one. */
+typedef BSA_Int32 (*BSAEndTxnFn)(BSA_Handle handle, BSA_Vote vote);
 typedef BSA_Int32 (*BSAQueryObjectFn)(BSA_Handle handle, BSA_QueryDescriptor* query,
                                       BSA_ObjectDescriptor* descriptor);
 typedef BSA_Int32 (*BSAQueryApiVersionFn)(BSA_ApiVersion* version);
@@ -185,3 +183,5 @@ typedef int (*NsrLibInitFn)(void** context);
 #ifdef __cplusplus
 }
 #endif
+
+#include "XbsaLayout.h"

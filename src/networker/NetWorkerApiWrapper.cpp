@@ -204,10 +204,9 @@ int32_t NetWorkerApiWrapper::GetInstallDirectory(std::wstring& dir) {
             RaiseTarnError(Log(), NetWorkerStatus::OpenFailed, kMethod,
                            L"Could not open SCManager");
         }
-        // Never closed (kept on purpose: docs/compatibility.md, "kept service manager handle").
-        const SC_HANDLE managerHandle = LeakOnPurpose(manager);
-
-        UniqueServiceHandle service(OpenServiceW(managerHandle, L"nsrexecd", SERVICE_QUERY_CONFIG));
+        // Closed on every way out: a host that starts a session every few minutes must not
+        // collect one per session, here and in the service control manager.
+        UniqueServiceHandle service(OpenServiceW(manager.get(), L"nsrexecd", SERVICE_QUERY_CONFIG));
         if (!service) {
             RaiseTarnError(Log(), NetWorkerStatus::OpenFailed, kMethod,
                            L"Could not open service nsrexecd");
@@ -338,9 +337,9 @@ int32_t NetWorkerApiWrapper::BSABeginTxn(BSA_Handle handle) {
 
 int32_t NetWorkerApiWrapper::BSAEndTxn(BSA_Handle handle) {
     NWX_TRACE_METHOD(Log(), L"NetWorkerApiWrapper::BSAEndTxn");
-    // The handle alone, no vote (kept on purpose: docs/compatibility.md, "BSAEndTxn with the
-    // handle alone").
-    return m_BSAEndTxn(handle);
+    // Always a commit: nothing is ever written, and a library that declares the standard's vote
+    // must not read whatever the register held (docs/compatibility.md, "BSAEndTxn's vote").
+    return m_BSAEndTxn(handle, BSAVote_COMMIT);
 }
 
 int32_t NetWorkerApiWrapper::BSAQueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,

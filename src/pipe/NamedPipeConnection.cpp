@@ -59,9 +59,11 @@ void NamedPipeConnection::OpenNewPipe(const wchar_t* name) {
     m_pipeName = std::wstring(kPipePrefix) + name;
     const PipeHardening hardening = ReadPipeHardening();
     if (hardening == PipeHardening::Unrecognised) {
-        m_log.get()->Warning(kMethod,
-                             L"%s has a value that is neither on nor off; the pipe is hardened.",
-                             kPipeHardeningVariable);
+        // A misspelt security switch is for the administrator to see, and Error is among the
+        // slots of ILog that the library calls (Trace, Info, Debug, IsErrorEnabled, Error).
+        m_log.get()->Error(kMethod,
+                           L"%s has a value that is neither on nor off; the pipe is hardened.",
+                           kPipeHardeningVariable);
     }
     // An earlier server end stays open (kept on purpose: docs/compatibility.md, "second server
     // end").

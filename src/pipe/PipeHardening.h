@@ -17,7 +17,7 @@ constexpr wchar_t kPipeServerProcessVariable[] = L"NWX_PIPE_SERVER_PROCESS";
 enum class PipeHardening {
     Off,           // unset, empty, "0", "false", "no", "off"
     On,            // "1", "true", "yes", "on"
-    Unrecognised,  // anything else: hardened all the same, with a warning
+    Unrecognised,  // anything else: hardened all the same, with an Error line
 };
 
 // Any case, blanks around the value ignored; null means unset.

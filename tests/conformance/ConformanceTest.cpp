@@ -24,6 +24,7 @@
 #include "ScopedEnvironment.h"
 #include "SimulatorEnvironment.h"
 #include "TestFiles.h"
+#include "common/UniqueHandle.h"
 
 namespace {
 
@@ -82,6 +83,71 @@ FILETIME MakeFileTime(WORD year, WORD month, WORD day, WORD hour) {
 bool FileExists(const std::wstring& path) {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
+
+// The line of a log file that holds `text`; empty when none does.
+std::string LogLineWith(const std::string& log, const std::string& text) {
+    const size_t at = log.find(text);
+    if (at == std::string::npos) {
+        return std::string();
+    }
+    const size_t start = log.rfind('\n', at);
+    const size_t end = log.find('\n', at);
+    return log.substr(start == std::string::npos ? 0 : start + 1,
+                      end == std::string::npos ? std::string::npos : end - start - 1);
+}
+
+// Another program (file_holder.exe) that holds a file open for reading, sharing reads and
+// deletion but not writing; ended when this goes.
+class FileHolderProcess {
+public:
+    explicit FileHolderProcess(const std::wstring& path) : m_marker(path + L".held") {
+        std::wstring commandLine =
+            L"\"" + TestProgramDirectory() + L"\\file_holder.exe\" \"" + path + L"\"";
+        STARTUPINFOW startup{};
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION info{};
+        if (!CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                            &startup, &info)) {
+            return;
+        }
+        m_process.reset(info.hProcess);
+        const UniqueHandle thread(info.hThread);
+        // It makes its marker once it holds the file.
+        while (!FileExists(m_marker)) {
+            if (WaitForSingleObject(m_process.get(), 10) == WAIT_OBJECT_0) {
+                return;
+            }
+        }
+        m_holding = true;
+    }
+    ~FileHolderProcess() {
+        if (m_process) {
+            TerminateProcess(m_process.get(), 0);
+            WaitForSingleObject(m_process.get(), INFINITE);
+        }
+        DeleteFileW(m_marker.c_str());
+    }
+    FileHolderProcess(const FileHolderProcess&) = delete;
+    FileHolderProcess& operator=(const FileHolderProcess&) = delete;
+
+    bool Holding() const { return m_holding; }
+    // Why it is not holding, for the test's message.
+    std::string State() const {
+        DWORD exitCode = 0;
+        if (!m_process) {
+            return "file_holder.exe did not start";
+        }
+        if (GetExitCodeProcess(m_process.get(), &exitCode) && exitCode != STILL_ACTIVE) {
+            return "file_holder.exe ended with " + std::to_string(exitCode);
+        }
+        return "holding";
+    }
+
+private:
+    std::wstring m_marker;
+    UniqueHandle m_process;
+    bool m_holding = false;
+};
 
 template <typename Mode>
 class ConformanceTest : public ::testing::Test {
@@ -394,6 +460,134 @@ TYPED_TEST(ConformanceTest, QuitDuringExtraction) {
         EXPECT_EQ(status, 1223);
         EXPECT_FALSE(FileExists(directory + L"\\db.edb"));
     }
+}
+
+// A library whose records are 4 KiB longer than ours reads and writes that much beyond every
+// record it is given; the headroom behind each one keeps the session whole.
+TYPED_TEST(ConformanceTest, OversizedRecordsStillListSizeAndRestoreByteExactly) {
+    ASSERT_NO_FATAL_FAILURE(this->Start(L"records=oversized"));
+    RecordingFileFound found;
+    RecordingErrors errors;
+    EXPECT_EQ(this->CatalogueAll(&found, &errors), 0);
+    EXPECT_TRUE(errors.codes.empty());
+    ASSERT_EQ(found.found.size(), std::size(kSeededCatalogue));
+    for (size_t i = 0; i < found.found.size(); ++i) {
+        EXPECT_EQ(found.found[i].path, kSeededCatalogue[i].path);
+        EXPECT_EQ(found.found[i].size, kSeededCatalogue[i].size);
+        EXPECT_EQ(found.found[i].restoreOrder, kSeededCatalogue[i].restoreOrder);
+    }
+    uint64_t size = 0;
+    EXPECT_EQ(this->Executor()->GetFileSize(0, true, &size), 0);
+    EXPECT_EQ(size, 5000000000u);
+    EXPECT_EQ(this->Executor()->GetFileSize(5, false, &size), 0);
+    EXPECT_EQ(size, 1048583u);
+
+    const TempDirectory temp("oversized");
+    const std::wstring directory = temp.Path().wstring();
+    RecordingProgress progress;
+    ASSERT_EQ(this->Executor()->BeginExtract(), 0);
+    EXPECT_EQ(this->Executor()->ExtractFile(kIndexTwoMegabytes, directory.c_str(), L"db.edb",
+                                            &progress, &errors),
+              0);
+    EXPECT_EQ(this->Executor()->ExtractFile(kIndexFourBlocks, directory.c_str(), L"log.log",
+                                            nullptr, &errors),
+              0);
+    EXPECT_EQ(this->Executor()->EndExtract(), 0);
+    EXPECT_EQ(progress.BytesDone(), 2097153u);
+    EXPECT_TRUE(
+        VerifyAgainstStore(kSeededCatalogue[kIndexTwoMegabytes].objectId, directory + L"\\db.edb"));
+    EXPECT_TRUE(
+        VerifyAgainstStore(kSeededCatalogue[kIndexFourBlocks].objectId, directory + L"\\log.log"));
+}
+
+// The server's own codes for a buffer too small (78) and a null argument (85) reach the host
+// mapped, with the mapping's line, the failure and its HRESULT line in the log.
+TYPED_TEST(ConformanceTest, ServerCodes78And85ReachTheHostMapped) {
+    struct Case {
+        const wchar_t* fault;
+        const char* failure;
+        int32_t status;
+        const char* hresultLine;
+    };
+    const Case cases[] = {
+        {L"BSAGetData=78", "BSAGetData failed", static_cast<int32_t>(0x8007007A),
+         "HRESULT 8007007a GetLastError() "},
+        {L"BSAGetObject=85", "BSAGetObject failed", static_cast<int32_t>(0x80070057),
+         "HRESULT 80070057 GetLastError() "},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.failure);
+        const TempDirectory temp("codes");
+        const std::wstring logFile = temp.Child(L"session.log");
+        {
+            const ScopedEnvironment logging(L"TARNLOG_FILE", logFile);
+            ASSERT_NO_FATAL_FAILURE(this->StartCatalogued(c.fault));
+            RecordingErrors errors;
+            ASSERT_EQ(this->Executor()->BeginExtract(), 0);
+            EXPECT_EQ(this->Executor()->ExtractFile(kIndexFourBlocks, temp.Path().c_str(), L"x.log",
+                                                    nullptr, &errors),
+                      c.status);
+            EXPECT_EQ(this->Executor()->EndExtract(), 0);
+            EXPECT_TRUE(errors.codes.empty());
+            EXPECT_FALSE(FileExists(temp.Child(L"x.log")));
+            this->TearDown();  // the helper's log lines are all written once it has ended
+        }
+        const std::string log = ReadWholeFile(logFile);
+        const std::string code = c.status == static_cast<int32_t>(0x8007007A) ? "78" : "85";
+        const std::string mapped = LogLineWith(log, "BSA Error " + code);
+        EXPECT_NE(mapped.find("BSAError2HResult"), std::string::npos) << log;
+        const std::string failure = LogLineWith(log, c.failure);
+        EXPECT_NE(failure.find("NetWorkerApiExecutor::ExtractFile"), std::string::npos) << log;
+        const size_t failureAt = log.find(c.failure);
+        ASSERT_NE(failureAt, std::string::npos) << log;
+        EXPECT_NE(log.find(c.hresultLine, failureAt), std::string::npos) << log;
+    }
+}
+
+// A failure before this call created the file leaves a host's file of that name alone.
+TYPED_TEST(ConformanceTest, ExistingFileInARefusedDirectorySurvives) {
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued());
+    const std::wstring name = UniquePipeName(L"survivor") + L".edb";
+    const std::wstring path = L"C:\\" + name;
+    ASSERT_TRUE(WriteWholeFile(path, "the host's own data"));
+    ASSERT_EQ(this->Executor()->BeginExtract(), 0);
+    // "C:\" has no level below the root: refused before any file is made.
+    EXPECT_EQ(this->Executor()->ExtractFile(0, L"C:\\", name.c_str(), nullptr, nullptr),
+              static_cast<int32_t>(0x80004005));
+    EXPECT_EQ(this->Executor()->EndExtract(), 0);
+    EXPECT_EQ(ReadWholeFile(path), "the host's own data");
+    DeleteFileW(path.c_str());
+}
+
+TYPED_TEST(ConformanceTest, FileLockedByAnotherProcessSurvives) {
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued());
+    const TempDirectory temp("locked");
+    const std::wstring path = temp.Child(L"E01000A2.log");
+    ASSERT_TRUE(WriteWholeFile(path, "in use elsewhere"));
+    {
+        const FileHolderProcess holder(path);
+        ASSERT_TRUE(holder.Holding()) << holder.State();
+        ASSERT_EQ(this->Executor()->BeginExtract(), 0);
+        EXPECT_EQ(this->Executor()->ExtractFile(kIndexFourBlocks, temp.Path().c_str(),
+                                                L"E01000A2.log", nullptr, nullptr),
+                  static_cast<int32_t>(0x80004005));
+        EXPECT_EQ(this->Executor()->EndExtract(), 0);
+    }
+    // A deletion would have been carried out when the holder let go.
+    EXPECT_EQ(ReadWholeFile(path), "in use elsewhere");
+}
+
+TYPED_TEST(ConformanceTest, IncompleteFileIsStillDeletedAfterAFailedTransfer) {
+    ASSERT_NO_FATAL_FAILURE(this->StartCatalogued(L"BSAGetData=3@3"));
+    const TempDirectory temp("incomplete");
+    const std::wstring path = temp.Child(L"E01000A2.log");
+    ASSERT_TRUE(WriteWholeFile(path, "an older restore"));
+    ASSERT_EQ(this->Executor()->BeginExtract(), 0);
+    EXPECT_EQ(this->Executor()->ExtractFile(kIndexFourBlocks, temp.Path().c_str(), L"E01000A2.log",
+                                            nullptr, nullptr),
+              static_cast<int32_t>(0x80004005));
+    EXPECT_EQ(this->Executor()->EndExtract(), 0);
+    EXPECT_FALSE(FileExists(path));
 }
 
 }  // namespace

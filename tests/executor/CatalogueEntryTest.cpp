@@ -51,6 +51,7 @@ BSA_ObjectDescriptor SampleDescriptor() {
     std::strcpy(descriptor.resourceType, "D");
     descriptor.objectType = BSA_ObjectType_FILE;
     descriptor.objectStatus = BSA_ObjectStatus_MOST_RECENT;
+    std::memset(descriptor.reservedByStandard, 'r', sizeof descriptor.reservedByStandard);
     std::strcpy(descriptor.objectDescription, "Exchange database");
     std::strcpy(descriptor.objectInfo, "info text");
     return descriptor;

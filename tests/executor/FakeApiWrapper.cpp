@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "OversizedRecords.h"
+
 void FakeApiWrapper::Record(const char* name, BSA_Handle handle) {
     calls.emplace_back(name);
     handles.push_back(handle);
@@ -38,6 +40,13 @@ int32_t FakeApiWrapper::BSABeginTxn(BSA_Handle handle) {
     return beginTxnResult;
 }
 
+template <typename XbsaRecord>
+void FakeApiWrapper::ActAsOversized(XbsaRecord* record) {
+    if (oversizedRecords) {
+        m_oversizedSum += nwsim::OverrunRecord(record);
+    }
+}
+
 int32_t FakeApiWrapper::BSAEndTxn(BSA_Handle handle) {
     Record("BSAEndTxn", handle);
     return endTxnResult;
@@ -46,6 +55,8 @@ int32_t FakeApiWrapper::BSAEndTxn(BSA_Handle handle) {
 int32_t FakeApiWrapper::BSAQueryObject(BSA_Handle handle, BSA_QueryDescriptor* queryDescriptor,
                                        BSA_ObjectDescriptor* descriptor) {
     Record("BSAQueryObject", handle);
+    ActAsOversized(queryDescriptor);
+    ActAsOversized(descriptor);
     query = *queryDescriptor;
     m_nextCalls = 0;
     if (queryRc >= 0) {
@@ -66,6 +77,7 @@ int32_t FakeApiWrapper::BSAQueryApiVersion(BSA_ApiVersion* apiVersion) {
 
 int32_t FakeApiWrapper::BSAGetNextQueryObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor) {
     Record("BSAGetNextQueryObject", handle);
+    ActAsOversized(descriptor);
     const int call = m_nextCalls++;
     auto scripted = nextRcAt.find(call);
     if (scripted != nextRcAt.end()) {
@@ -82,6 +94,8 @@ int32_t FakeApiWrapper::BSAGetNextQueryObject(BSA_Handle handle, BSA_ObjectDescr
 int32_t FakeApiWrapper::BSAGetObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor,
                                      BSA_DataBlock32* dataBlock) {
     Record("BSAGetObject", handle);
+    ActAsOversized(descriptor);
+    ActAsOversized(dataBlock);
     gotObjects.push_back(*descriptor);
     m_getDataCalls = 0;
     dataDelivered = 0;
@@ -96,6 +110,7 @@ int32_t FakeApiWrapper::BSAGetObject(BSA_Handle handle, BSA_ObjectDescriptor* de
 
 int32_t FakeApiWrapper::BSAGetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) {
     Record("BSAGetData", handle);
+    ActAsOversized(dataBlock);
     const int call = m_getDataCalls++;
     getDataBufferLens.push_back(dataBlock->bufferLen);
     if (duringGetData) {
@@ -126,6 +141,9 @@ int32_t FakeApiWrapper::BSAEndData(BSA_Handle handle) {
 int32_t FakeApiWrapper::CorrectFileSize(const BSA_ObjectDescriptor* desc, uint64_t* size,
                                         const char* serverName, const char* clientName) {
     calls.emplace_back("CorrectFileSize");
+    if (oversizedRecords) {
+        m_oversizedSum += nwsim::ReadOversizedRecord(desc);
+    }
     correctDescriptor = *desc;
     correctServer = serverName;
     correctClient = clientName;
@@ -156,6 +174,8 @@ BSA_ObjectDescriptor MakeDescriptor(const std::string& path, const char* resourc
     std::strcpy(descriptor.resourceType, resourceType);
     descriptor.objectType = BSA_ObjectType_FILE;
     descriptor.objectStatus = BSA_ObjectStatus_MOST_RECENT;
+    std::strcpy(descriptor.objectDescription, "Exchange file");
+    std::memset(descriptor.reservedByStandard, 'r', sizeof descriptor.reservedByStandard);
     std::strcpy(descriptor.objectInfo, "saveset info");
     return descriptor;
 }

@@ -36,6 +36,9 @@ public:
     std::function<void(int call)> duringGetData;
     int32_t correctResult = 0;
     uint64_t correctedSize = 0;
+    // Acts as a library whose records are 4 KiB longer than ours (nwsim's OversizedRecords.h):
+    // every record it is given is read whole and its tail overwritten.
+    bool oversizedRecords = false;
 
     // --- record ---
     std::vector<std::string> calls;
@@ -72,6 +75,9 @@ public:
 
 private:
     void Record(const char* name, BSA_Handle handle);
+    template <typename XbsaRecord>
+    void ActAsOversized(XbsaRecord* record);
+    uint32_t m_oversizedSum = 0;
     int m_nextCalls = 0;
     int m_getDataCalls = 0;
 };

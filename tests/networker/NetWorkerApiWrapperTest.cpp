@@ -440,13 +440,14 @@ TEST_F(NetWorkerForwarderTest, HandleOnlyForwardersReturnTheCodeUnchanged) {
                        }).handle);
 }
 
-TEST_F(NetWorkerForwarderTest, BSAEndTxnPassesTheHandleAlone) {
-    static_assert(std::is_same_v<BSAEndTxnFn, BSA_Int32 (*)(BSA_Handle)>,
-                  "BSAEndTxn's entry point takes the handle as its only argument");
+TEST_F(NetWorkerForwarderTest, BSAEndTxnPassesTheHandleAndTheCommitVote) {
+    static_assert(std::is_same_v<BSAEndTxnFn, BSA_Int32 (*)(BSA_Handle, BSA_Vote)>,
+                  "BSAEndTxn's entry point takes the handle and the vote");
     const FakeCall call = Forward(L"BSAEndTxn", "BSAEndTxn", 32,
                                   [](NetWorkerApiWrapper& w) { return w.BSAEndTxn(kHandle); });
-    EXPECT_EQ(1, call.argumentCount);
+    EXPECT_EQ(2, call.argumentCount);
     EXPECT_EQ(kHandle, call.handle);
+    EXPECT_EQ(BSAVote_COMMIT, call.vote);
 }
 
 TEST_F(NetWorkerForwarderTest, QueryForwarders) {

@@ -215,13 +215,13 @@ TEST_F(SimulatorTest, SessionThroughTheForwarders) {
     ASSERT_NE(0u, handle);
 
     EXPECT_EQ(0, m_wrapper->BSABeginTxn(handle));
-    // The handle alone reaches the library; it ends the transaction.
+    // The handle and a commit reach the library; it ends the transaction.
     EXPECT_EQ(0, m_wrapper->BSAEndTxn(handle));
     // Outside a transaction the simulator answers 5, and the forwarder passes it on.
     EXPECT_EQ(5, m_wrapper->BSAEndTxn(handle));
     const std::vector<std::string> endTxn = m_simulator->JournalLinesOf("BSAEndTxn");
     ASSERT_EQ(2u, endTxn.size());
-    EXPECT_EQ("BSAEndTxn handle=" + std::to_string(handle) + " rc=0", endTxn[0]);
+    EXPECT_EQ("BSAEndTxn handle=" + std::to_string(handle) + " vote=1 rc=0", endTxn[0]);
     EXPECT_EQ(0, m_wrapper->BSATerminate(handle));
     EXPECT_EQ(6, m_wrapper->BSABeginTxn(handle));
 }

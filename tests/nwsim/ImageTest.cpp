@@ -204,6 +204,31 @@ TEST_F(ImageSession, StartUpCallsAreJournaledWithTheirArguments) {
     EXPECT_EQ(*lines[1].Find("value"), "0x0");
 }
 
+TEST_F(ImageSession, EndTxnJournalsTheVoteAndRefusesAnUnknownOne) {
+    BSA_Handle handle = 0;
+    ASSERT_EQ(Open(handle), BSA_RC_SUCCESS);
+    ASSERT_EQ(beginTxn(handle), BSA_RC_SUCCESS);
+    // What a caller that passes no vote may leave in the register: refused, and the
+    // transaction stays open.
+    EXPECT_EQ(endTxn(handle, static_cast<BSA_Vote>(0x5eed)), BSA_RC_INVALID_VOTE);
+    EXPECT_EQ(endTxn(handle, static_cast<BSA_Vote>(0)), BSA_RC_INVALID_VOTE);
+    EXPECT_EQ(beginTxn(handle), BSA_RC_INVALID_CALL_SEQUENCE);
+    EXPECT_EQ(endTxn(handle, BSAVote_COMMIT), BSA_RC_SUCCESS);
+    ASSERT_EQ(beginTxn(handle), BSA_RC_SUCCESS);
+    EXPECT_EQ(endTxn(handle, BSAVote_ABORT), BSA_RC_SUCCESS);
+
+    std::vector<std::string> votes;
+    std::vector<std::string> codes;
+    for (const auto& line : ReadJournal(journal)) {
+        if (line.call == "BSAEndTxn") {
+            votes.push_back(*line.Find("vote"));
+            codes.push_back(*line.Find("rc"));
+        }
+    }
+    EXPECT_EQ(votes, (std::vector<std::string>{"24301", "0", "1", "2"}));
+    EXPECT_EQ(codes, (std::vector<std::string>{"11", "11", "0", "0"}));
+}
+
 TEST_F(ImageSession, CatalogueAndExtractionThroughTheExports) {
     BSA_ApiVersion version{};
     ASSERT_EQ(queryApiVersion(&version), BSA_RC_SUCCESS);
@@ -232,7 +257,7 @@ TEST_F(ImageSession, CatalogueAndExtractionThroughTheExports) {
     }
     EXPECT_EQ(rc, BSA_RC_NO_MORE_DATA);
     EXPECT_EQ(found, 19);
-    ASSERT_EQ(endTxn(handle), BSA_RC_SUCCESS);
+    ASSERT_EQ(endTxn(handle, BSAVote_COMMIT), BSA_RC_SUCCESS);
 
     ASSERT_EQ(beginTxn(handle), BSA_RC_SUCCESS);
     BSA_DataBlock32 block{};
@@ -253,17 +278,10 @@ TEST_F(ImageSession, CatalogueAndExtractionThroughTheExports) {
         } while (rc != BSA_RC_NO_MORE_DATA);
     }
     EXPECT_EQ(endData(handle), BSA_RC_SUCCESS);
-    // The library calls BSAEndTxn with the handle alone; a caller that passes a vote must see
-    // the same result.
-    using EndTxnWithVote = BSA_Int32 (*)(BSA_Handle, BSA_Vote);
-    auto endTxnWithVote = reinterpret_cast<EndTxnWithVote>(reinterpret_cast<void*>(endTxn));
-    EXPECT_EQ(endTxnWithVote(handle, BSA_Vote_ABORT), BSA_RC_SUCCESS);
-    ASSERT_EQ(beginTxn(handle), BSA_RC_SUCCESS);
-    EXPECT_EQ(endTxn(handle), BSA_RC_SUCCESS);
-    EXPECT_EQ(endTxnWithVote(handle, BSA_Vote_COMMIT), BSA_RC_BAD_CALL_SEQUENCE);
-    EXPECT_EQ(endTxn(handle), BSA_RC_BAD_CALL_SEQUENCE);
+    EXPECT_EQ(endTxn(handle, BSAVote_ABORT), BSA_RC_SUCCESS);
+    EXPECT_EQ(endTxn(handle, BSAVote_COMMIT), BSA_RC_INVALID_CALL_SEQUENCE);
     EXPECT_EQ(terminate(handle), BSA_RC_SUCCESS);
-    EXPECT_EQ(beginTxn(handle), BSA_RC_BAD_HANDLE);
+    EXPECT_EQ(beginTxn(handle), BSA_RC_INVALID_HANDLE);
 
     nwsim::VerifyResult result;
     std::string error;
@@ -314,7 +332,7 @@ TEST_F(ImageSession, FaultsFromTheEnvironmentAndTheStore) {
     block.numBytes = 65535;
     EXPECT_EQ(getData(handle, &block), 3);
     EXPECT_EQ(endData(handle), BSA_RC_SUCCESS);
-    EXPECT_EQ(endTxn(handle), BSA_RC_SUCCESS);
+    EXPECT_EQ(endTxn(handle, BSAVote_COMMIT), BSA_RC_SUCCESS);
 
     {
         std::ofstream store(root / L"faults.txt", std::ios::binary);
@@ -342,7 +360,7 @@ TEST_F(ImageSession, UnknownNamesAndMissingStore) {
     EXPECT_EQ(init(&handle, &token, &owner, partial), BSA_RC_INVALID_ENV);
     // The image directory has no nwsim.ini: without NWSIM_ROOT there is no store.
     ScopedEnvironment noRoot(L"NWSIM_ROOT", nullptr);
-    EXPECT_EQ(Open(handle), BSA_RC_SYSTEM_ERROR);
+    EXPECT_EQ(Open(handle), BSA_RC_ABORT_SYSTEM_ERROR);
     const auto lines = ReadJournal(journal);
     EXPECT_NE(lines.back().Find("error")->find("nwsim.ini"), std::string::npos);
 }

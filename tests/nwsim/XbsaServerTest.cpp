@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <vector>
@@ -7,8 +8,10 @@
 #include "ExchangeSeed.h"
 #include "StoreOps.h"
 #include "SyntheticContent.h"
+#include "OversizedRecords.h"
 #include "TestFiles.h"
 #include "XbsaServer.h"
+#include "executor/PaddedXbsaRecord.h"
 
 namespace {
 
@@ -130,7 +133,7 @@ TEST_F(XbsaServerTest, ApiVersion) {
     EXPECT_EQ(version.issue, 1);
     EXPECT_EQ(version.version, 2);
     EXPECT_EQ(version.level, 3);
-    EXPECT_EQ(server.QueryApiVersion(nullptr), BSA_RC_NULL_ARGUMENT);
+    EXPECT_EQ(server.QueryApiVersion(nullptr), 85);  // BSA_RC_NULL_ARGUMENT
 }
 
 TEST_F(XbsaServerTest, InitRecordsEnvironmentAndOwner) {
@@ -171,17 +174,17 @@ TEST_F(XbsaServerTest, EveryCallChecksItsHandle) {
         BSA_QueryDescriptor query = ExchangeQuery();
         BSA_ObjectDescriptor descriptor{};
         BSA_DataBlock32 block{};
-        EXPECT_EQ(server.BeginTxn(bad), BSA_RC_BAD_HANDLE);
-        EXPECT_EQ(server.EndTxn(bad), BSA_RC_BAD_HANDLE);
-        EXPECT_EQ(server.QueryObject(bad, &query, &descriptor), BSA_RC_BAD_HANDLE);
-        EXPECT_EQ(server.GetNextQueryObject(bad, &descriptor), BSA_RC_BAD_HANDLE);
-        EXPECT_EQ(server.OpenObject(bad, &descriptor, &block), BSA_RC_BAD_HANDLE);
-        EXPECT_EQ(server.GetData(bad, &block), BSA_RC_BAD_HANDLE);
-        EXPECT_EQ(server.EndData(bad), BSA_RC_BAD_HANDLE);
-        EXPECT_EQ(server.Terminate(bad), BSA_RC_BAD_HANDLE);
+        EXPECT_EQ(server.BeginTxn(bad), BSA_RC_INVALID_HANDLE);
+        EXPECT_EQ(server.EndTxn(bad, BSAVote_COMMIT), BSA_RC_INVALID_HANDLE);
+        EXPECT_EQ(server.QueryObject(bad, &query, &descriptor), BSA_RC_INVALID_HANDLE);
+        EXPECT_EQ(server.GetNextQueryObject(bad, &descriptor), BSA_RC_INVALID_HANDLE);
+        EXPECT_EQ(server.OpenObject(bad, &descriptor, &block), BSA_RC_INVALID_HANDLE);
+        EXPECT_EQ(server.GetData(bad, &block), BSA_RC_INVALID_HANDLE);
+        EXPECT_EQ(server.EndData(bad), BSA_RC_INVALID_HANDLE);
+        EXPECT_EQ(server.Terminate(bad), BSA_RC_INVALID_HANDLE);
     }
     EXPECT_EQ(server.Terminate(open), BSA_RC_SUCCESS);
-    EXPECT_EQ(server.BeginTxn(open), BSA_RC_BAD_HANDLE);
+    EXPECT_EQ(server.BeginTxn(open), BSA_RC_INVALID_HANDLE);
 }
 
 TEST_F(XbsaServerTest, CallSequenceIsEnforced) {
@@ -191,26 +194,26 @@ TEST_F(XbsaServerTest, CallSequenceIsEnforced) {
     BSA_ObjectDescriptor named = Named("\\IS", "/First Storage Group/E00.chk");
     BSA_DataBlock32 block{};
     // Outside a transaction.
-    EXPECT_EQ(server.QueryObject(handle, &query, &descriptor), BSA_RC_BAD_CALL_SEQUENCE);
-    EXPECT_EQ(server.GetNextQueryObject(handle, &descriptor), BSA_RC_BAD_CALL_SEQUENCE);
-    EXPECT_EQ(server.OpenObject(handle, &named, &block), BSA_RC_BAD_CALL_SEQUENCE);
-    EXPECT_EQ(server.GetData(handle, &block), BSA_RC_BAD_CALL_SEQUENCE);
-    EXPECT_EQ(server.EndData(handle), BSA_RC_BAD_CALL_SEQUENCE);
-    EXPECT_EQ(server.EndTxn(handle), BSA_RC_BAD_CALL_SEQUENCE);
+    EXPECT_EQ(server.QueryObject(handle, &query, &descriptor), BSA_RC_INVALID_CALL_SEQUENCE);
+    EXPECT_EQ(server.GetNextQueryObject(handle, &descriptor), BSA_RC_INVALID_CALL_SEQUENCE);
+    EXPECT_EQ(server.OpenObject(handle, &named, &block), BSA_RC_INVALID_CALL_SEQUENCE);
+    EXPECT_EQ(server.GetData(handle, &block), BSA_RC_INVALID_CALL_SEQUENCE);
+    EXPECT_EQ(server.EndData(handle), BSA_RC_INVALID_CALL_SEQUENCE);
+    EXPECT_EQ(server.EndTxn(handle, BSAVote_COMMIT), BSA_RC_INVALID_CALL_SEQUENCE);
     // Inside one.
     EXPECT_EQ(server.BeginTxn(handle), BSA_RC_SUCCESS);
-    EXPECT_EQ(server.BeginTxn(handle), BSA_RC_BAD_CALL_SEQUENCE);
-    EXPECT_EQ(server.GetNextQueryObject(handle, &descriptor), BSA_RC_BAD_CALL_SEQUENCE);
+    EXPECT_EQ(server.BeginTxn(handle), BSA_RC_INVALID_CALL_SEQUENCE);
+    EXPECT_EQ(server.GetNextQueryObject(handle, &descriptor), BSA_RC_INVALID_CALL_SEQUENCE);
     EXPECT_EQ(server.OpenObject(handle, &named, &block), BSA_RC_SUCCESS);
-    EXPECT_EQ(server.OpenObject(handle, &named, &block), BSA_RC_BAD_CALL_SEQUENCE);
-    EXPECT_EQ(server.QueryObject(handle, &query, &descriptor), BSA_RC_BAD_CALL_SEQUENCE);
-    EXPECT_EQ(server.EndTxn(handle), BSA_RC_BAD_CALL_SEQUENCE);
+    EXPECT_EQ(server.OpenObject(handle, &named, &block), BSA_RC_INVALID_CALL_SEQUENCE);
+    EXPECT_EQ(server.QueryObject(handle, &query, &descriptor), BSA_RC_INVALID_CALL_SEQUENCE);
+    EXPECT_EQ(server.EndTxn(handle, BSAVote_COMMIT), BSA_RC_INVALID_CALL_SEQUENCE);
     std::vector<BSA_Int32> codes;
     EXPECT_EQ(ReadAll(handle, 16384, codes).size(), 8192u);
-    EXPECT_EQ(server.GetData(handle, &block), BSA_RC_BAD_CALL_SEQUENCE);
+    EXPECT_EQ(server.GetData(handle, &block), BSA_RC_INVALID_CALL_SEQUENCE);
     EXPECT_EQ(server.EndData(handle), BSA_RC_SUCCESS);
-    EXPECT_EQ(server.EndData(handle), BSA_RC_BAD_CALL_SEQUENCE);
-    EXPECT_EQ(server.EndTxn(handle), BSA_RC_SUCCESS);
+    EXPECT_EQ(server.EndData(handle), BSA_RC_INVALID_CALL_SEQUENCE);
+    EXPECT_EQ(server.EndTxn(handle, BSAVote_COMMIT), BSA_RC_SUCCESS);
 }
 
 TEST_F(XbsaServerTest, LibraryQueryReturnsTheMostRecentExchangeFilesInOrder) {
@@ -254,7 +257,7 @@ TEST_F(XbsaServerTest, QueryFiltersEachFieldAndZeroMeansAny) {
     std::memset(&untouched, 0x5A, sizeof(untouched));
     EXPECT_EQ(server.QueryObject(handle, &none, &untouched), BSA_RC_NO_MATCH);
     EXPECT_EQ(static_cast<unsigned char>(untouched.objectName.pathName[0]), 0x5Au);
-    EXPECT_EQ(server.GetNextQueryObject(handle, &untouched), BSA_RC_BAD_CALL_SEQUENCE);
+    EXPECT_EQ(server.GetNextQueryObject(handle, &untouched), BSA_RC_INVALID_CALL_SEQUENCE);
 }
 
 TEST_F(XbsaServerTest, DescriptorCarriesEveryField) {
@@ -346,10 +349,10 @@ TEST_F(XbsaServerTest, RoomIsRespectedAndCheckedAndCopyIdPicksTheCopy) {
     char buffer[1000];
     block.bufferPtr = buffer;
     block.numBytes = 0;
-    EXPECT_EQ(server.GetData(handle, &block), BSA_RC_BUFFER_TOO_SMALL);
+    EXPECT_EQ(server.GetData(handle, &block), 78);  // BSA_RC_BUFFER_TOO_SMALL
     block.bufferPtr = nullptr;
     block.numBytes = 1000;
-    EXPECT_EQ(server.GetData(handle, &block), BSA_RC_NULL_ARGUMENT);
+    EXPECT_EQ(server.GetData(handle, &block), 85);  // BSA_RC_NULL_ARGUMENT
     block.bufferPtr = buffer;
     block.numBytes = 777;
     EXPECT_EQ(server.GetData(handle, &block), BSA_RC_SUCCESS);
@@ -365,13 +368,56 @@ TEST_F(XbsaServerTest, RoomIsRespectedAndCheckedAndCopyIdPicksTheCopy) {
     EXPECT_EQ(*host.Last().Find("size"), "2097153");
 }
 
-TEST_F(XbsaServerTest, EndTxnGivesTheSameResultWhateverFollowsTheHandle) {
+TEST_F(XbsaServerTest, EndTxnTakesCommitOrAbortAndRefusesAnyOtherVote) {
     const BSA_Handle handle = Open();
     ASSERT_EQ(server.BeginTxn(handle), BSA_RC_SUCCESS);
-    using OneArgument = BSA_Int32 (XbsaServer::*)(BSA_Handle);
-    OneArgument endTxn = &XbsaServer::EndTxn;
-    EXPECT_EQ((server.*endTxn)(handle), BSA_RC_SUCCESS);
-    EXPECT_EQ((server.*endTxn)(handle), BSA_RC_BAD_CALL_SEQUENCE);
+    EXPECT_EQ(server.EndTxn(handle, static_cast<BSA_Vote>(3)), BSA_RC_INVALID_VOTE);
+    EXPECT_EQ(*host.Last().Find("vote"), "3");
+    EXPECT_EQ(server.EndTxn(handle, BSAVote_ABORT), BSA_RC_SUCCESS);
+    EXPECT_EQ(*host.Last().Find("vote"), "2");
+    ASSERT_EQ(server.BeginTxn(handle), BSA_RC_SUCCESS);
+    EXPECT_EQ(server.EndTxn(handle, BSAVote_COMMIT), BSA_RC_SUCCESS);
+    EXPECT_EQ(*host.Last().Find("vote"), "1");
+}
+
+namespace {
+
+template <typename Record>
+bool HeadroomHolds(const PaddedXbsaRecord<Record>& record, unsigned char value) {
+    const unsigned char* tail = record.Headroom();
+    return std::all_of(tail, tail + kOversizeBytes, [&](unsigned char b) { return b == value; });
+}
+
+}  // namespace
+
+TEST_F(XbsaServerTest, OversizedRecordsAreReadAndWrittenBeyondOurDeclaration) {
+    host.settings.faultText = "records=oversized";
+    const BSA_Handle handle = Open();
+    ASSERT_EQ(server.BeginTxn(handle), BSA_RC_SUCCESS);
+    PaddedXbsaRecord<BSA_QueryDescriptor> query(ExchangeQuery());
+    PaddedXbsaRecord<BSA_ObjectDescriptor> descriptor;
+    ASSERT_EQ(server.QueryObject(handle, query.get(), descriptor.get()), BSA_RC_SUCCESS);
+    EXPECT_STREQ(descriptor->objectName.pathName, "/Private Information Store");
+    EXPECT_TRUE(HeadroomHolds(query, kOversizePattern));
+    EXPECT_TRUE(HeadroomHolds(descriptor, kOversizePattern));
+
+    PaddedXbsaRecord<BSA_ObjectDescriptor> named(
+        Named("\\IS", "/First Storage Group/E00000101.log"));
+    PaddedXbsaRecord<BSA_DataBlock32> block;
+    ASSERT_EQ(server.OpenObject(handle, named.get(), block.get()), BSA_RC_SUCCESS);
+    EXPECT_EQ(block->bufferLen, 16384u);
+    EXPECT_TRUE(HeadroomHolds(named, kOversizePattern));
+    EXPECT_TRUE(HeadroomHolds(block, kOversizePattern));
+}
+
+TEST_F(XbsaServerTest, DeclaredRecordsAreTheDefaultAndLeaveTheHeadroomAlone) {
+    const BSA_Handle handle = Open();
+    ASSERT_EQ(server.BeginTxn(handle), BSA_RC_SUCCESS);
+    PaddedXbsaRecord<BSA_QueryDescriptor> query(ExchangeQuery());
+    PaddedXbsaRecord<BSA_ObjectDescriptor> descriptor;
+    ASSERT_EQ(server.QueryObject(handle, query.get(), descriptor.get()), BSA_RC_SUCCESS);
+    EXPECT_TRUE(HeadroomHolds(query, 0));
+    EXPECT_TRUE(HeadroomHolds(descriptor, 0));
 }
 
 TEST_F(XbsaServerTest, ForcedCodesAtTheNthCall) {
@@ -420,7 +466,7 @@ TEST_F(XbsaServerTest, EveryCallCanBeForced) {
                 rc = forced.BeginTxn(handle);
                 break;
             case XbsaCall::EndTxn:
-                rc = forced.EndTxn(handle);
+                rc = forced.EndTxn(handle, BSAVote_COMMIT);
                 break;
             case XbsaCall::QueryObject:
                 rc = forced.QueryObject(handle, &query, &descriptor);

@@ -112,6 +112,20 @@ TEST_F(PipeHardeningTest, DefaultPipeLetsAnotherInstanceBeAdded) {
     EXPECT_EQ(AddInstanceFromAnotherProcess(L"default-many"), 0u);
 }
 
+TEST_F(PipeHardeningTest, UnrecognisedValueHardensThePipeWithAnErrorLine) {
+    const ScopedEnvironment misspelt(kPipeHardeningVariable, L"ture");
+    const DWORD result = AddInstanceFromAnotherProcess(L"misspelt");
+    EXPECT_NE(result, 0u) << "another process created a second instance";
+    const std::vector<LogLine> lines = TestLoggers::History(L"NamedPipeConnection");
+    EXPECT_TRUE(HasLine(lines, LogLevelError, kOpenNewPipe,
+                        L"NWX_PIPE_HARDENING has a value that is neither on nor off; the pipe is "
+                        L"hardened."));
+    // The library writes through Trace, Info, Debug and Error only: never through Warning.
+    for (const LogLine& line : lines) {
+        EXPECT_NE(line.level, LogLevelWarning) << std::string(line.text.begin(), line.text.end());
+    }
+}
+
 namespace {
 
 // What the built-in launcher of a hardened host leaves behind for the pipe: the helper to wait

@@ -117,8 +117,14 @@ FAKE_EXPORT BSA_Int32 BSAInit(BSA_Handle* handle, BSA_SecurityToken* token, BSA_
 
 FAKE_HANDLE_ONLY(BSATerminate)
 FAKE_HANDLE_ONLY(BSABeginTxn)
-// The one-argument form the wrapper uses; a vote would have nowhere to go.
-FAKE_HANDLE_ONLY(BSAEndTxn)
+
+FAKE_EXPORT BSA_Int32 BSAEndTxn(BSA_Handle handle, BSA_Vote vote) {
+    if (FakeCall* call = Record("BSAEndTxn", 2)) {
+        call->handle = handle;
+        call->vote = vote;
+    }
+    return g_result;
+}
 
 FAKE_EXPORT BSA_Int32 BSAQueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,
                                      BSA_ObjectDescriptor* descriptor) {

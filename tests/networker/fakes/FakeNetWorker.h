@@ -13,6 +13,7 @@ struct FakeCall {
     const void* pointers[4];   // the pointer arguments, in order
     char text[16];             // _lginit's program name
     uintptr_t valueAtPointer;  // nsrlib_init: what its argument pointed to
+    int32_t vote;              // BSAEndTxn's second argument
 };
 
 // Exported by every fake library.
