@@ -19,23 +19,25 @@ set(NWX_ABI_DIR ${CMAKE_BINARY_DIR}/abi)
 file(GLOB NWX_PUBLIC_HEADERS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/interfaces/*.h)
 list(APPEND NWX_PUBLIC_HEADERS ${PROJECT_SOURCE_DIR}/src/exports/NetWorkerXbsa.h)
 
-# nwx_msvc_export_names(<name> ANCHORS <source> DLL <file name>)
+# nwx_msvc_export_names(<name> ANCHORS <source> DLL <file name> [BOUND_TO <source>])
 # Generates, in ${NWX_ABI_DIR}, <name>-aliases.def (link the DLL with it: it exports every
 # Visual C++ name as an alias of the GCC symbol), <name>-msvc.def (input of the Visual C++
 # import library), <name>-gcc-imports.def (input of a MinGW import library through which GCC
 # code imports the Visual C++ names), <name>.names and <name>.lib, the Visual C++ import
-# library. Sets <name>_ALIASES_DEF, <name>_GCC_IMPORTS_DEF and <name>_MSVC_IMPLIB in the
+# library. BOUND_TO names a second table, in the same order, of the functions that the Visual
+# C++ names are bound to (otherwise the GCC names' own). Sets <name>_ALIASES_DEF, <name>_GCC_IMPORTS_DEF and <name>_MSVC_IMPLIB in the
 # caller's scope.
 function(nwx_msvc_export_names name)
-    cmake_parse_arguments(A "" "ANCHORS;DLL" "" ${ARGN})
+    cmake_parse_arguments(A "" "ANCHORS;DLL;BOUND_TO" "" ${ARGN})
     set(prefix ${NWX_ABI_DIR}/${name})
     add_custom_command(
         OUTPUT ${prefix}-aliases.def ${prefix}-msvc.def ${prefix}-gcc-imports.def ${prefix}.names
                ${prefix}.lib
         COMMAND bash ${PROJECT_SOURCE_DIR}/cmake/msvc-export-names.sh ${NWX_CLANG}
                 ${NWX_LLVM_READOBJ} ${NWX_LLVM_DLLTOOL} ${CMAKE_CXX_COMPILER} ${A_ANCHORS}
-                ${PROJECT_SOURCE_DIR}/src ${A_DLL} ${prefix}
-        DEPENDS ${A_ANCHORS} ${NWX_PUBLIC_HEADERS} ${PROJECT_SOURCE_DIR}/cmake/msvc-export-names.sh
+                ${PROJECT_SOURCE_DIR}/src ${A_DLL} ${prefix} ${A_BOUND_TO}
+        DEPENDS ${A_ANCHORS} ${A_BOUND_TO} ${NWX_PUBLIC_HEADERS}
+                ${PROJECT_SOURCE_DIR}/cmake/msvc-export-names.sh
         COMMENT "Reading the Visual C++ names of ${A_DLL}'s exports"
         VERBATIM)
     set(${name}_ALIASES_DEF ${prefix}-aliases.def PARENT_SCOPE)

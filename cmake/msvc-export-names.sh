@@ -14,11 +14,15 @@
 # compiler. The table's relocations list the functions in the same order every time, which pairs
 # the names without typing any of them by hand.
 #
+# With a second table, <bound anchors.cpp> (GCC names only, in the same order), the Visual C++
+# names are bound to its functions instead of the GCC names' own: the DLL gives a Visual C++ host
+# other objects than a GCC one.
+#
 # usage: msvc-export-names.sh <clang> <llvm-readobj> <llvm-dlltool> <mingw-g++> <anchors.cpp>
-#                             <include dir> <dll name> <out prefix>
+#                             <include dir> <dll name> <out prefix> [<bound anchors.cpp>]
 set -euo pipefail
 
-clang=$1 readobj=$2 dlltool=$3 gxx=$4 anchors=$5 include=$6 dll=$7 out=$8
+clang=$1 readobj=$2 dlltool=$3 gxx=$4 anchors=$5 include=$6 dll=$7 out=$8 bound=${9:-}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -26,6 +30,9 @@ common=(-std=c++17 -DNETWORKERXBSA_STATIC -I "$include" -c "$anchors")
 "$clang" --target=x86_64-pc-windows-msvc "${common[@]}" -o "$work/msvc.obj"
 "$clang" --target=x86_64-pc-windows-msvc -Xclang -fno-wchar "${common[@]}" -o "$work/nowchar.obj"
 "$gxx" "${common[@]}" -o "$work/gcc.obj"
+if [ -n "$bound" ]; then
+    "$gxx" -std=c++17 -DNETWORKERXBSA_STATIC -I "$include" -c "$bound" -o "$work/bound.obj"
+fi
 
 # The symbol of every relocation, in the order of the table.
 relocated() {
@@ -34,22 +41,30 @@ relocated() {
 relocated "$work/msvc.obj" >"$work/msvc.txt"
 relocated "$work/nowchar.obj" >"$work/nowchar.txt"
 relocated "$work/gcc.obj" >"$work/gcc.txt"
+if [ -n "$bound" ]; then
+    relocated "$work/bound.obj" >"$work/bound.txt"
+else
+    cp "$work/gcc.txt" "$work/bound.txt"
+fi
 
 count=$(wc -l <"$work/gcc.txt")
 if [ "$count" -eq 0 ] || [ "$(wc -l <"$work/msvc.txt")" -ne "$count" ] ||
-   [ "$(wc -l <"$work/nowchar.txt")" -ne "$count" ]; then
+   [ "$(wc -l <"$work/nowchar.txt")" -ne "$count" ] ||
+   [ "$(wc -l <"$work/bound.txt")" -ne "$count" ]; then
     echo "msvc-export-names: $anchors gave unequal or empty tables" >&2
     exit 1
 fi
-if grep -v '^?' "$work/msvc.txt" "$work/nowchar.txt" >&2 || grep -v '^_Z' "$work/gcc.txt" >&2; then
+if grep -v '^?' "$work/msvc.txt" "$work/nowchar.txt" >&2 ||
+   grep -v '^_Z' "$work/gcc.txt" "$work/bound.txt" >&2; then
     echo "msvc-export-names: a name above is not a decorated C++ name" >&2
     exit 1
 fi
 
-# Both spellings against the GCC symbol; a function without a wide string has only one.
+# Both spellings against the symbol they are bound to; a function without a wide string has
+# only one.
 {
-    paste -d ' ' "$work/msvc.txt" "$work/gcc.txt"
-    paste -d ' ' "$work/nowchar.txt" "$work/gcc.txt"
+    paste -d ' ' "$work/msvc.txt" "$work/bound.txt"
+    paste -d ' ' "$work/nowchar.txt" "$work/bound.txt"
 } | awk '!seen[$1]++' >"$work/names"
 
 {

@@ -6,7 +6,9 @@ constexpr uint64_t kTicksPerSecond = 10000000ULL;
 constexpr uint64_t kTicksPerMillisecond = 10000ULL;
 constexpr uint64_t kSecondsPerDay = 86400ULL;
 
-bool IsLeapYear(int64_t year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
+bool IsLeapYear(int64_t year) {
+    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+}
 
 int DaysInMonth(int64_t year, int month) {
     static const int kDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -47,9 +49,10 @@ bool CivilSystemTimeToFileTime(const SYSTEMTIME& st, FILETIME* fileTime) {
         return false;
     }
     const int64_t days = DaysFromCivil(st.wYear, st.wMonth, st.wDay) + kDaysFrom1601To1970;
-    const uint64_t seconds = static_cast<uint64_t>(days) * kSecondsPerDay +
-                             st.wHour * 3600ULL + st.wMinute * 60ULL + st.wSecond;
-    *fileTime = TicksToFileTime(seconds * kTicksPerSecond + st.wMilliseconds * kTicksPerMillisecond);
+    const uint64_t seconds = static_cast<uint64_t>(days) * kSecondsPerDay + st.wHour * 3600ULL +
+                             st.wMinute * 60ULL + st.wSecond;
+    *fileTime =
+        TicksToFileTime(seconds * kTicksPerSecond + st.wMilliseconds * kTicksPerMillisecond);
     return true;
 }
 

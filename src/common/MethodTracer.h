@@ -6,13 +6,16 @@
 #include <exception>
 
 #include "../interfaces/ILog.h"
+#include "ForeignUnwind.h"
 
 enum class MethodEndOnUnwind {
     Write,  // "Method End" also while an exception passes through (the library's default)
     Skip,   // no "Method End" when an exception leaves the method (the pipe transport)
 };
 
-class ScopedMethodTracer {
+// Registered for a foreign unwind (ForeignUnwind.h): a Visual C++ exception from a host's
+// callback still gets its "Method End".
+class ScopedMethodTracer final : private ForeignUnwindCleanup {
 public:
     ScopedMethodTracer(ILog* log, const wchar_t* method,
                        MethodEndOnUnwind onUnwind = MethodEndOnUnwind::Write)
@@ -42,6 +45,13 @@ public:
     const wchar_t* Method() const { return m_method; }
 
 private:
+    void RunForForeignUnwind() override {
+        if (m_log != nullptr && m_onUnwind == MethodEndOnUnwind::Write) {
+            m_log->Trace(m_method, L"Method End");
+        }
+        m_log = nullptr;
+    }
+
     ILog* m_log;
     const wchar_t* m_method;
     MethodEndOnUnwind m_onUnwind;

@@ -1,6 +1,7 @@
 #pragma once
 // Clean-up that runs on every way out of a scope: a normal return, a TarnError, a standard
-// exception from a host's callback, anything else that unwinds. Platform-neutral.
+// exception from a host's callback, anything else that unwinds, a Visual C++ exception from a
+// host's callback included. Platform-neutral.
 //
 //     ScopeExit endTransaction([&] { m_wrapper->BSAEndTxn(m_handle); });
 //     ...
@@ -12,8 +13,12 @@
 
 #include <utility>
 
+#include "ForeignUnwind.h"
+
+// Registered for a foreign unwind (ForeignUnwind.h): a Visual C++ exception from a host's
+// callback runs the clean-up too, once.
 template <typename CleanUp>
-class ScopeExit {
+class ScopeExit final : private ForeignUnwindCleanup {
 public:
     explicit ScopeExit(CleanUp cleanUp) : m_cleanUp(std::move(cleanUp)) {}
 
@@ -43,6 +48,8 @@ public:
     void Dismiss() { m_armed = false; }
 
 private:
+    void RunForForeignUnwind() override { RunNow(); }
+
     CleanUp m_cleanUp;
     bool m_armed = true;
 };

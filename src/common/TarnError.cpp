@@ -39,19 +39,29 @@ int32_t BSAError2HResult(int32_t rc, ILog* log) {
     }
     int32_t status = NetWorkerStatus::Success;
     switch (rc) {
-        case 3: case 5: case 32: case 52: case 75: case 79:
+        case 3:
+        case 5:
+        case 32:
+        case 52:
+        case 75:
+        case 79:
             status = NetWorkerStatus::Fail;
             break;
-        case 4: case 77:
+        case 4:
+        case 77:
             status = NetWorkerStatus::AccessDenied;
             break;
         case 6:
             status = NetWorkerStatus::InvalidHandle;
             break;
-        case 11: case 81: case 83: case 85:
+        case 11:
+        case 81:
+        case 83:
+        case 85:
             status = NetWorkerStatus::InvalidArgument;
             break;
-        case 17: case 26:
+        case 17:
+        case 26:
             return NetWorkerStatus::NoMatch;
         case 78:
             status = NetWorkerStatus::InsufficientBuffer;

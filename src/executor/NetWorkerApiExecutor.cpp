@@ -9,6 +9,7 @@
 #include "ExecutorSystem.h"
 #include "ExtractionPaths.h"
 #include "PaddedXbsaRecord.h"
+#include "common/HostCallGuard.h"
 #include "common/LastError.h"
 #include "common/MethodTracer.h"
 #include "common/ScopeExit.h"
@@ -32,12 +33,12 @@ constexpr int32_t kNoMoreData = BSA_RC_NO_MORE_DATA;
 // A host that passes no error callback hears nothing; a disk-full question then counts as
 // answered with 0, which cancels the extraction.
 uint32_t ReportError(INetWorkerErrorCallBack* error, uint32_t code) {
-    return error != nullptr ? error->NetWorkerError(code) : 0;
+    return error != nullptr ? CallHost([&] { return error->NetWorkerError(code); }) : 0;
 }
 
 void ReportAllocation(INetWorkerErrorCallBack* error, const NetWorkerAllocationInfo& info) {
     if (error != nullptr) {
-        error->AllocationError(&info);
+        CallHost([&] { return error->AllocationError(&info); });
     }
 }
 
@@ -78,7 +79,7 @@ public:
     bool Start() {
         m_record.state = 1;
         m_record.bytesDone = 0;
-        return m_progress->UpdateProgress(&m_record);
+        return CallHost([&] { return m_progress->UpdateProgress(&m_record); });
     }
 
     // True when a report was due and the host answered stop.
@@ -103,7 +104,7 @@ private:
     bool Report() {
         m_record.bytesDone = m_pending;
         m_pending = 0;
-        return m_progress->UpdateProgress(&m_record);
+        return CallHost([&] { return m_progress->UpdateProgress(&m_record); });
     }
 
     INetWorkerUpdateProgressCallBack* m_progress;
@@ -214,7 +215,7 @@ bool NetWorkerApiExecutor::FireFileFoundEvent(INetWorkerFileFoundCallBack* fileF
     info.path = path;
     info.size = size;
     info.restoreOrder = JoinUInt64(restoreOrder);
-    return fileFound->NetWorkerFileFound(&info);
+    return CallHost([&] { return fileFound->NetWorkerFileFound(&info); });
 }
 
 int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME* timeAfter,

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "LibraryObjects.h"
 #include "executor/NetWorkerApiExecutor.h"
 #include "networker/NetWorkerApiWrapper.h"
 #include "pipe/NamedPipeConnection.h"
@@ -11,22 +12,6 @@
 #include "pipeexecutor/NetWorkerNamedPipeExecutor.h"
 
 namespace {
-
-// Runs make() and hands the object out; whatever make() throws becomes false and null.
-template <typename Interface, typename Make>
-bool AllocateInto(Interface** out, Make make) {
-    if (out == nullptr) {
-        return false;
-    }
-    *out = nullptr;
-    try {
-        std::unique_ptr<Interface> object = make();
-        *out = object.release();
-    } catch (...) {
-        *out = nullptr;
-    }
-    return *out != nullptr;
-}
 
 std::wstring CopyPipeName(const wchar_t* pipeName) {
     if (pipeName == nullptr) {
@@ -51,35 +36,61 @@ void Destroy(Interface* object) {
 
 }  // namespace
 
+std::unique_ptr<INamedPipeConnection> MakeNamedPipeConnection() {
+    return std::make_unique<NamedPipeConnection>();
+}
+
+std::unique_ptr<INetWorkerApiWrapper> MakeNetWorkerApiWrapper() {
+    return std::make_unique<NetWorkerApiWrapper>();
+}
+
+std::unique_ptr<INetWorkerExecutor> MakeNetWorkerApiExecutor(INetWorkerApiWrapper* wrapper) {
+    return std::make_unique<NetWorkerApiExecutor>(wrapper);
+}
+
+std::unique_ptr<INetWorkerNamedPipeClient> MakeNetWorkerNamedPipeClient(
+    const wchar_t* pipeName, INamedPipeConnection* connection, INetWorkerExecutor* executor,
+    ILog* log) {
+    const std::wstring name = CopyPipeName(pipeName);
+    return std::make_unique<NetWorkerNamedPipeClient>(name.c_str(), connection, executor, log);
+}
+
+std::unique_ptr<INetWorkerExecutor> MakeNetWorkerNamedPipeExecutor(
+    const wchar_t* pipeName, INamedPipeConnection* connection, LaunchHelperFunction launchClient) {
+    const std::wstring name = CopyPipeName(pipeName);
+    return std::make_unique<NetWorkerNamedPipeExecutor>(name.c_str(), connection, launchClient);
+}
+
+LaunchHelperFunction BuiltInHelperLauncher() {
+    return &NetWorkerNamedPipeExecutor::StartClientProcess;
+}
+
 NETWORKERXBSA_API bool AllocateNamedPipeConnection(INamedPipeConnection** connection) {
-    return AllocateInto(connection, [] { return std::make_unique<NamedPipeConnection>(); });
+    return AllocateInto(connection, [] { return MakeNamedPipeConnection(); });
 }
 
 NETWORKERXBSA_API bool AllocateNetWorkerApiExecutor(INetWorkerExecutor** executor,
                                                     INetWorkerApiWrapper* wrapper) {
-    return AllocateInto(executor,
-                        [wrapper] { return std::make_unique<NetWorkerApiExecutor>(wrapper); });
+    return AllocateInto(executor, [wrapper] { return MakeNetWorkerApiExecutor(wrapper); });
 }
 
 NETWORKERXBSA_API bool AllocateNetWorkerApiWrapper(INetWorkerApiWrapper** wrapper) {
-    return AllocateInto(wrapper, [] { return std::make_unique<NetWorkerApiWrapper>(); });
+    return AllocateInto(wrapper, [] { return MakeNetWorkerApiWrapper(); });
 }
 
 NETWORKERXBSA_API bool AllocateNetWorkerNamedPipeClient(const wchar_t* pipeName,
                                                         INamedPipeConnection* connection,
                                                         INetWorkerExecutor* executor, ILog* log,
                                                         INetWorkerNamedPipeClient** client) {
-    return AllocateInto(client, [&] {
-        const std::wstring name = CopyPipeName(pipeName);
-        return std::make_unique<NetWorkerNamedPipeClient>(name.c_str(), connection, executor, log);
-    });
+    return AllocateInto(
+        client, [&] { return MakeNetWorkerNamedPipeClient(pipeName, connection, executor, log); });
 }
 
 NETWORKERXBSA_API bool AllocateNetWorkerNamedPipeExecutor(INetWorkerExecutor** executor,
                                                           const wchar_t* pipeName,
                                                           INamedPipeConnection* connection) {
     return AllocateNetWorkerNamedPipeExecutor(executor, pipeName, connection,
-                                              &NetWorkerNamedPipeExecutor::StartClientProcess);
+                                              BuiltInHelperLauncher());
 }
 
 NETWORKERXBSA_API bool AllocateNetWorkerNamedPipeExecutor(INetWorkerExecutor** executor,
@@ -87,8 +98,7 @@ NETWORKERXBSA_API bool AllocateNetWorkerNamedPipeExecutor(INetWorkerExecutor** e
                                                           INamedPipeConnection* connection,
                                                           long (*launchClient)(const wchar_t*)) {
     return AllocateInto(executor, [&] {
-        const std::wstring name = CopyPipeName(pipeName);
-        return std::make_unique<NetWorkerNamedPipeExecutor>(name.c_str(), connection, launchClient);
+        return MakeNetWorkerNamedPipeExecutor(pipeName, connection, launchClient);
     });
 }
 

@@ -4,7 +4,9 @@
 #include <stdexcept>
 
 #include "common/CivilTime.h"
+#include "common/HostCallGuard.h"
 #include "common/MethodTracer.h"
+#include "common/ScopeExit.h"
 #include "interfaces/NetWorkerStatus.h"
 #include "pipe/PipeHardening.h"
 #include "pipe/PipeMessageBuilders.h"
@@ -89,14 +91,70 @@ int32_t NetWorkerNamedPipeExecutor::InvalidMessageType(const wchar_t* method) {
     return kStatusFail;
 }
 
-bool NetWorkerNamedPipeExecutor::AnswerErrorCallback(uint32_t type, uint32_t bytesRead,
+void NetWorkerNamedPipeExecutor::SendRefusal(uint32_t type) {
+    switch (type) {
+        case IpcTypeFileFound:
+        case IpcTypeUpdateProgress:
+            SendToHelper(IpcBuildShouldCancel(eQuit));
+            break;
+        case IpcTypeNetWorkerError:
+            SendToHelper(IpcBuildNetWorkerErrorResponse(0));
+            break;
+        case IpcTypeAllocationError:
+            SendToHelper(IpcBuildAllocationErrorResponse(0));
+            break;
+        default:
+            break;
+    }
+}
+
+void NetWorkerNamedPipeExecutor::AbandonConversation(const wchar_t* method,
+                                                     uint32_t pendingType) noexcept {
+    try {
+        SendRefusal(pendingType);
+        for (;;) {
+            uint32_t bytesRead = 0;
+            if (!ReceiveReply(method, &bytesRead)) {
+                return;
+            }
+            const uint32_t type = IpcReceivedType(m_buffer, bytesRead);
+            if (type == IpcTypeFinishCatalog || type == IpcTypeFinishExtractFile) {
+                return;
+            }
+            if (type != IpcTypeFileFound && type != IpcTypeUpdateProgress &&
+                type != IpcTypeNetWorkerError && type != IpcTypeAllocationError) {
+                InvalidMessageType(method);
+                return;
+            }
+            SendRefusal(type);
+        }
+    } catch (...) {
+        // The pipe failed too: the session is lost, and the host's exception is what it sees.
+    }
+}
+
+template <typename Ask>
+auto NetWorkerNamedPipeExecutor::AskHost(const wchar_t* method, uint32_t type, Ask&& ask)
+    -> decltype(ask()) {
+    // Runs only if the host's callback does not come back: then the helper still waits.
+    ScopeExit abandon([&] { AbandonConversation(method, type); });
+    auto answer = CallHost(ask);
+    abandon.Dismiss();
+    return answer;
+}
+
+bool NetWorkerNamedPipeExecutor::AnswerErrorCallback(const wchar_t* method, uint32_t type,
+                                                     uint32_t bytesRead,
                                                      INetWorkerErrorCallBack* error) {
     if (type == IpcTypeNetWorkerError) {
         const auto* message = IpcView<IpcNetWorkerError>(m_buffer, bytesRead);
         if (message == nullptr) {
             return false;
         }
-        const uint32_t answer = error != nullptr ? error->NetWorkerError(message->code) : 0;
+        const uint32_t answer =
+            error != nullptr
+                ? AskHost(method, type, [&] { return error->NetWorkerError(message->code); })
+                : 0;
         SendToHelper(IpcBuildNetWorkerErrorResponse(answer));
         return true;
     }
@@ -109,7 +167,8 @@ bool NetWorkerNamedPipeExecutor::AnswerErrorCallback(uint32_t type, uint32_t byt
     info.itemsFound = message->itemsFound;
     info.catalogueSize = message->catalogueSize;
     info.catalogueCapacity = message->catalogueCapacity;
-    const uint32_t answer = error != nullptr ? error->AllocationError(&info) : 0;
+    const uint32_t answer =
+        error != nullptr ? AskHost(method, type, [&] { return error->AllocationError(&info); }) : 0;
     SendToHelper(IpcBuildAllocationErrorResponse(answer));
     return true;
 }
@@ -137,7 +196,8 @@ int32_t NetWorkerNamedPipeExecutor::Initialize(const char* clientName, const cha
         return kStatusPipeNameTaken;
     }
     // The launcher's result is a 32-bit status, whatever the width of long.
-    const int32_t launched = static_cast<int32_t>(m_launchClient(m_pipeName.c_str()));
+    const int32_t launched =
+        static_cast<int32_t>(CallHost([&] { return m_launchClient(m_pipeName.c_str()); }));
     if (launched < 0) {
         m_log.get()->Error(kMethod, L"Failed to create '%s' process. Error: %08lx.", kClientProgram,
                            StatusBits(launched));
@@ -186,12 +246,14 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
             info.path = found->path;
             info.size = found->size;
             info.restoreOrder = found->restoreOrder;
-            const bool stop = fileFound != nullptr && fileFound->NetWorkerFileFound(&info);
+            const bool stop = fileFound != nullptr && AskHost(kMethod, type, [&] {
+                                  return fileFound->NetWorkerFileFound(&info);
+                              });
             SendToHelper(IpcBuildShouldCancel(CancelResponse(stop)));
         } else if (const auto* finish = IpcView<IpcFinishCatalog>(m_buffer, bytesRead)) {
             return finish->result;
         } else if ((type == IpcTypeNetWorkerError || type == IpcTypeAllocationError) &&
-                   AnswerErrorCallback(type, bytesRead, error)) {
+                   AnswerErrorCallback(kMethod, type, bytesRead, error)) {
             continue;
         } else {
             return InvalidMessageType(kMethod);
@@ -260,11 +322,20 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
             NetWorkerProgressInfo info{};
             info.state = update->state;
             info.bytesDone = update->bytesDone;
-            const bool cancel = progress != nullptr && progress->UpdateProgress(&info);
+            const bool cancel = progress != nullptr && AskHost(kMethod, type, [&] {
+                                    return progress->UpdateProgress(&info);
+                                });
             SendToHelper(IpcBuildShouldCancel(CancelResponse(cancel)));
         } else if ((type == IpcTypeNetWorkerError || type == IpcTypeAllocationError) &&
-                   AnswerErrorCallback(type, bytesRead, error)) {
+                   AnswerErrorCallback(kMethod, type, bytesRead, error)) {
             continue;
+        } else if (type == IpcTypeUpdateProgress || type == IpcTypeNetWorkerError ||
+                   type == IpcTypeAllocationError) {
+            // A question of the wrong size: the helper waits for an answer all the same. It
+            // is refused without asking the host, so both sides stay in step and the helper
+            // ends the extraction as cancelled.
+            InvalidMessageType(kMethod);
+            SendRefusal(type);
         } else {
             // Unlike Catalog, an unknown message does not end the extraction: it is logged
             // and the next message is awaited (kept on purpose: docs/compatibility.md,

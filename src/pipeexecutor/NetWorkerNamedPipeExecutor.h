@@ -65,7 +65,20 @@ private:
     bool ReceiveReply(const wchar_t* method, uint32_t* bytesRead);
     // Answers an IpcNetWorkerError or IpcAllocationError that arrived during an operation.
     // Returns false when the message had the type but not the size of its kind.
-    bool AnswerErrorCallback(uint32_t type, uint32_t bytesRead, INetWorkerErrorCallBack* error);
+    bool AnswerErrorCallback(const wchar_t* method, uint32_t type, uint32_t bytesRead,
+                             INetWorkerErrorCallBack* error);
+    // Calls the host's callback for a question of kind `type` through the host-call guard. If
+    // the callback does not come back (it throws, whatever compiled it), the conversation is
+    // abandoned on the way out, and the exception goes on to the host.
+    template <typename Ask>
+    auto AskHost(const wchar_t* method, uint32_t type, Ask&& ask) -> decltype(ask());
+    // The answer that refuses a question without asking the host: "stop" for a file found or
+    // a progress report, 0 for an error or allocation question.
+    void SendRefusal(uint32_t type);
+    // After a host's callback threw: refuses the question still open and every further one of
+    // the operation and reads to its final message, so that the helper ends the operation
+    // (ending the transfer, deleting an incomplete file) and waits for the next request.
+    void AbandonConversation(const wchar_t* method, uint32_t pendingType) noexcept;
     // One request answered by one status reply (BeginExtract, EndExtract).
     template <typename Request, typename Reply>
     int32_t StatusConversation(const wchar_t* method);
