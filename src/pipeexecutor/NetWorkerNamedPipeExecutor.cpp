@@ -94,6 +94,10 @@ int32_t NetWorkerNamedPipeExecutor::InvalidMessageType(const wchar_t* method) {
 void NetWorkerNamedPipeExecutor::SendRefusal(uint32_t type) {
     switch (type) {
         case IpcTypeFileFound:
+            // The rest of the catalogue is listed unseen: a "stop" would stay with the helper's
+            // executor and cancel the host's next catalogue before it began.
+            SendToHelper(IpcBuildShouldCancel(eContinue));
+            break;
         case IpcTypeUpdateProgress:
             SendToHelper(IpcBuildShouldCancel(eQuit));
             break;

@@ -72,8 +72,9 @@ private:
     // abandoned on the way out, and the exception goes on to the host.
     template <typename Ask>
     auto AskHost(const wchar_t* method, uint32_t type, Ask&& ask) -> decltype(ask());
-    // The answer that refuses a question without asking the host: "stop" for a file found or
-    // a progress report, 0 for an error or allocation question.
+    // The answer to a question that the host is not asked: "go on" for a file found (the rest of
+    // the catalogue is listed unseen), "stop" for a progress report, 0 for an error or
+    // allocation question (which cancels a disk-full retry).
     void SendRefusal(uint32_t type);
     // After a host's callback threw: refuses the question still open and every further one of
     // the operation and reads to its final message, so that the helper ends the operation

@@ -383,4 +383,160 @@ TEST_F(MsvcHost, MsvcLoggingLibraryReceivesErrorLines) {
                           "HRESULT 80004005 GetLastError() "));
 }
 
+// --- msvc_exception_host.exe: the exceptions a Visual C++ host catches and throws ---
+//
+// Each case runs in a process of its own: a GCC exception reaching the host's frames would end
+// that process unhandled, and the case then fails on its exit code and missing last line.
+
+constexpr char kDatabaseObject[] = "/Second Storage Group/Mailbox Store 2 (EX01).edb";
+constexpr char kReversedWindowText[] = "timeAfter cannot be later than timeBefore";
+
+class MsvcHostExceptions : public MsvcHost {
+protected:
+    // Runs one case in one mode with the given simulator faults, the library's log (TarnLog)
+    // in m_tarnLog and the simulator's journal emptied first.
+    HostRun RunCase(const wchar_t* which, const wchar_t* mode, const wchar_t* faults = L"") {
+        s_simulator->SetFaults(faults);
+        s_simulator->ClearJournal();
+        const ScopedEnvironment logFile(L"TARNLOG_FILE", m_tarnLog);
+        const ScopedEnvironment logLevel(L"TARNLOG_LEVEL", L"trace");
+        const HostRun run =
+            RunHost(HostDirectory(L"tarnlog"), L"msvc_exception_host.exe",
+                    std::wstring(which) + L" " + mode + L" \"" + m_restoreDirectory + L"\"");
+        s_simulator->SetFaults(L"");
+        EXPECT_EQ(run.exitCode, 0u) << run.output;
+        EXPECT_TRUE(run.Has("exit 0")) << run.output;
+        return run;
+    }
+
+    // The simulator's calls of these names, in order, with their return codes.
+    std::vector<std::string> JournalCalls(const std::vector<std::string>& names) const {
+        std::vector<std::string> calls;
+        for (const std::string& line : s_simulator->JournalLines()) {
+            const std::string name = line.substr(0, line.find(' '));
+            if (std::find(names.begin(), names.end(), name) != names.end()) {
+                const size_t rc = line.rfind(" rc=");
+                calls.push_back(name + (rc != std::string::npos ? line.substr(rc) : ""));
+            }
+        }
+        return calls;
+    }
+
+    // Lines of the library's log that hold both texts.
+    size_t TarnLogLinesWith(const std::string& first, const std::string& second) const {
+        size_t count = 0;
+        for (const std::string& line : Lines(ReadWholeFile(std::filesystem::path(m_tarnLog)))) {
+            if (line.find(first) != std::string::npos && line.find(second) != std::string::npos) {
+                ++count;
+            }
+        }
+        return count;
+    }
+
+    void ExpectReversedWindowCaughtFourWays(const wchar_t* mode) {
+        const HostRun run = RunCase(L"reversed-window", mode);
+        const std::string text = kReversedWindowText;
+        EXPECT_TRUE(run.Has("caught invalid_argument by reference what=" + text)) << run.output;
+        EXPECT_TRUE(run.Has("caught logic_error by value what=" + text)) << run.output;
+        EXPECT_TRUE(run.Has("caught exception by reference what=" + text)) << run.output;
+        EXPECT_TRUE(run.Has("caught with ellipsis")) << run.output;
+        EXPECT_TRUE(run.Has("catalog after status=0 files=14 first=0")) << run.output;
+    }
+
+    // The helper dies during an extraction: the extraction reports the closed pipe, the next
+    // call that sends raises the pipe's std::runtime_error, and a new session restores whole.
+    void ExpectHelperLossCaughtAndANewSessionRestores(const wchar_t* mode) {
+        // A 2 MiB object at 256 KiB/s: the helper is killed well inside the transfer.
+        const HostRun run = RunCase(L"helper-killed", mode, L"throttle=262144");
+        EXPECT_TRUE(run.Has("helper killed count=1")) << run.output;
+        EXPECT_TRUE(run.Has("extract status=109")) << run.output;
+        const std::string pipeFailure = "WriteFile to pipe failed. GetLastError()=";
+        EXPECT_NE(run.output.find("caught runtime_error by reference what=" + pipeFailure),
+                  std::string::npos)
+            << run.output;
+        EXPECT_NE(run.output.find("caught exception by value what=" + pipeFailure),
+                  std::string::npos)
+            << run.output;
+        EXPECT_TRUE(run.Has("caught with ellipsis")) << run.output;
+        EXPECT_TRUE(run.Has("next extract status=0")) << run.output;
+        EXPECT_TRUE(run.Has("next end-extract status=0")) << run.output;
+        ExpectRestored(kLogObject, L"E01000A2.log");
+    }
+
+    // The host's progress callback throws its own exception at the third report: the host
+    // catches it, the transfer was ended and the partial file deleted on the way, and the same
+    // object then restores whole in the same session.
+    void ExpectProgressExceptionCleanedUpAfter(const wchar_t* mode) {
+        // 2 MiB at 1 MiB/s: reports 750 ms apart, so the third comes mid-transfer.
+        const HostRun run = RunCase(L"progress-throws", mode, L"throttle=1048576");
+        EXPECT_TRUE(run.Has("caught host-error code=42 reports=3")) << run.output;
+        EXPECT_TRUE(run.Has("file after throw exists=0")) << run.output;
+        EXPECT_TRUE(run.Has("extract again status=0 bytes=2097153")) << run.output;
+        EXPECT_TRUE(run.Has("end-extract status=0")) << run.output;
+        ExpectRestored(kDatabaseObject, L"Mailbox Store 2 (EX01).edb");
+        EXPECT_EQ(JournalCalls({"BSAGetObject", "BSAEndData"}),
+                  (std::vector<std::string>{"BSAGetObject rc=0", "BSAEndData rc=0",
+                                            "BSAGetObject rc=0", "BSAEndData rc=0"}));
+        EXPECT_EQ(TarnLogLinesWith("NetWorkerApiExecutor::ExtractFile", "Method End"), 2u);
+    }
+
+    // The host's file-found callback throws at the third file: the host catches it, the
+    // transaction was ended, and the next catalogue lists everything from index 0.
+    void ExpectFileFoundExceptionCleanedUpAfter(const wchar_t* mode) {
+        const HostRun run = RunCase(L"filefound-throws", mode);
+        EXPECT_TRUE(run.Has("caught host-error code=7 files=3")) << run.output;
+        EXPECT_TRUE(run.Has("catalog after status=0 files=14 first=0")) << run.output;
+        EXPECT_EQ(JournalCalls({"BSABeginTxn", "BSAEndTxn"}),
+                  (std::vector<std::string>{"BSABeginTxn rc=0", "BSAEndTxn rc=0",
+                                            "BSABeginTxn rc=0", "BSAEndTxn rc=0"}));
+        EXPECT_EQ(TarnLogLinesWith("NetWorkerApiExecutor::Catalog", "Method End"), 2u);
+    }
+
+    std::wstring m_tarnLog = m_scratch.Child(L"tarnlog.log");
+};
+
+TEST_F(MsvcHostExceptions, ReversedWindowInProcess) {
+    ExpectReversedWindowCaughtFourWays(L"in-process");
+}
+
+TEST_F(MsvcHostExceptions, ReversedWindowThroughTheHelper) {
+    ExpectReversedWindowCaughtFourWays(L"helper");
+}
+
+TEST_F(MsvcHostExceptions, ReversedWindowThroughTheHelperWithTheHostsLauncher) {
+    ExpectReversedWindowCaughtFourWays(L"helper-launcher");
+}
+
+TEST_F(MsvcHostExceptions, HelperKilledDuringAnExtraction) {
+    ExpectHelperLossCaughtAndANewSessionRestores(L"helper");
+}
+
+TEST_F(MsvcHostExceptions, HelperKilledDuringAnExtractionWithTheHostsLauncher) {
+    ExpectHelperLossCaughtAndANewSessionRestores(L"helper-launcher");
+}
+
+TEST_F(MsvcHostExceptions, ProgressCallbackThrowsInProcess) {
+    ExpectProgressExceptionCleanedUpAfter(L"in-process");
+}
+
+TEST_F(MsvcHostExceptions, ProgressCallbackThrowsThroughTheHelper) {
+    ExpectProgressExceptionCleanedUpAfter(L"helper");
+}
+
+TEST_F(MsvcHostExceptions, ProgressCallbackThrowsThroughTheHelperWithTheHostsLauncher) {
+    ExpectProgressExceptionCleanedUpAfter(L"helper-launcher");
+}
+
+TEST_F(MsvcHostExceptions, FileFoundCallbackThrowsInProcess) {
+    ExpectFileFoundExceptionCleanedUpAfter(L"in-process");
+}
+
+TEST_F(MsvcHostExceptions, FileFoundCallbackThrowsThroughTheHelper) {
+    ExpectFileFoundExceptionCleanedUpAfter(L"helper");
+}
+
+TEST_F(MsvcHostExceptions, FileFoundCallbackThrowsThroughTheHelperWithTheHostsLauncher) {
+    ExpectFileFoundExceptionCleanedUpAfter(L"helper-launcher");
+}
+
 }  // namespace

@@ -1,0 +1,457 @@
+// A host as Visual C++ builds one with C++ exceptions on: compiled by clang for
+// x86_64-pc-windows-msvc with -fexceptions, linked by lld-link against the SDK's import libraries
+// and Wine's vcruntime140.dll (the Visual C++ runtime's exception handling), no C runtime. Its
+// std::exception family is declared here as Visual C++'s standard library lays it out, so its
+// catch clauses are those of a real host. It runs one case per process and prints what it saw,
+// one fact per line, for msvc_host_tests to check; a GCC exception reaching its frames would end
+// it unhandled (the test then sees no "exit 0").
+//
+// usage: msvc_exception_host.exe <case> <mode> <restore directory>
+//   modes:  in-process | helper | helper-launcher
+//   cases:
+//   reversed-window   Catalog with timeAfter later than timeBefore, caught four ways; then a
+//                     whole catalogue on the same executor
+//   helper-killed     (helper modes) the helper is killed during an extraction; ExtractFile's
+//                     status, EndExtract's exception caught three ways; then a new session
+//                     restores a file
+//   progress-throws   the progress callback throws this program's own exception at its third
+//                     report; the same object extracted again in the same session
+//   filefound-throws  the file-found callback throws at the third file; the catalogue again
+
+#include "MsvcRuntime.h"
+#include "NetWorkerXbsa.h"
+
+// --- what a Visual C++ host gets from its runtime and standard library ---
+
+// The vftable of type_info, referred to by the type descriptors of the catch clauses; a real
+// host links it from the runtime's import library.
+extern "C" const void* const nwx_type_info_vftable[2] __asm__("??_7type_info@@6B@") = {nullptr,
+                                                                                       nullptr};
+
+namespace std {
+
+// As Visual C++'s <exception> and <stdexcept> lay them out: the vftable pointer (deleting
+// destructor, what), the text and whether the destructor frees it.
+class exception {
+public:
+    exception() noexcept : m_what(nullptr), m_doFree(false) {}
+    explicit exception(const char* what) noexcept : m_what(what), m_doFree(false) {}
+    exception(const exception& other) noexcept : m_what(other.m_what), m_doFree(false) {}
+    exception& operator=(const exception& other) noexcept {
+        m_what = other.m_what;
+        return *this;
+    }
+    virtual ~exception() noexcept {}
+    virtual const char* what() const noexcept { return m_what != nullptr ? m_what : "Unknown"; }
+
+private:
+    const char* m_what;
+    [[maybe_unused]] bool m_doFree;  // never set: this program frees no text
+};
+
+class logic_error : public exception {
+public:
+    explicit logic_error(const char* what) : exception(what) {}
+};
+
+class invalid_argument : public logic_error {
+public:
+    explicit invalid_argument(const char* what) : logic_error(what) {}
+};
+
+class runtime_error : public exception {
+public:
+    explicit runtime_error(const char* what) : exception(what) {}
+};
+
+}  // namespace std
+
+static_assert(sizeof(std::exception) == 24, "std::exception as Visual C++ lays it out");
+
+extern "C" {
+typedef DWORD(__stdcall* ThreadStart)(void* parameter);
+
+struct PROCESSENTRY32W {
+    DWORD dwSize;
+    DWORD cntUsage;
+    DWORD th32ProcessID;
+    uintptr_t th32DefaultHeapID;
+    DWORD th32ModuleID;
+    DWORD cntThreads;
+    DWORD th32ParentProcessID;
+    int32_t pcPriClassBase;
+    DWORD dwFlags;
+    wchar_t szExeFile[260];
+};
+static_assert(sizeof(PROCESSENTRY32W) == 568, "PROCESSENTRY32W layout");
+
+__declspec(dllimport) HANDLE CreateThread(void* security, size_t stackSize, ThreadStart start,
+                                          void* parameter, DWORD flags, DWORD* threadId);
+__declspec(dllimport) void Sleep(DWORD milliseconds);
+__declspec(dllimport) HANDLE OpenProcess(DWORD access, BOOL inherit, DWORD processId);
+__declspec(dllimport) BOOL TerminateProcess(HANDLE process, unsigned int exitCode);
+__declspec(dllimport) DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
+__declspec(dllimport) HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD processId);
+__declspec(dllimport) BOOL Process32FirstW(HANDLE snapshot, PROCESSENTRY32W* entry);
+__declspec(dllimport) BOOL Process32NextW(HANDLE snapshot, PROCESSENTRY32W* entry);
+__declspec(dllimport) DWORD GetFileAttributesW(const wchar_t* path);
+}
+
+using msvcrt::Print;
+
+namespace {
+
+constexpr DWORD kSnapProcesses = 0x00000002;
+constexpr DWORD kProcessTerminate = 0x0001;
+constexpr DWORD kSynchronize = 0x00100000;
+constexpr DWORD kInfinite = 0xFFFFFFFF;
+constexpr DWORD kInvalidAttributes = 0xFFFFFFFF;
+constexpr uint32_t kNotFound = 0xFFFFFFFFu;
+
+// 2,097,153 bytes: long enough, with the simulator's throttle, to be interrupted.
+const char* const kDatabasePath = "/Second Storage Group/Mailbox Store 2 (EX01).edb";
+const wchar_t* const kDatabaseFile = L"Mailbox Store 2 (EX01).edb";
+const char* const kLogPath = "/Second Storage Group/E01000A2.log";
+const wchar_t* const kLogFile = L"E01000A2.log";
+
+// This program's own exception type, thrown from its callbacks.
+struct HostError {
+    int code;
+};
+
+class FileFound : public INetWorkerFileFoundCallBack {
+public:
+    uint32_t count = 0;
+    uint32_t firstIndex = kNotFound;
+    uint32_t databaseIndex = kNotFound;
+    uint32_t logIndex = kNotFound;
+    uint32_t throwAt = 0;  // the file (from 1) at which to throw; 0: never
+
+    bool NetWorkerFileFound(const NetWorkerFileInfo* file) override {
+        ++count;
+        if (firstIndex == kNotFound) {
+            firstIndex = file->index;
+        }
+        if (msvcrt::NarrowEquals(file->path, kDatabasePath)) {
+            databaseIndex = file->index;
+        } else if (msvcrt::NarrowEquals(file->path, kLogPath)) {
+            logIndex = file->index;
+        }
+        if (count == throwAt) {
+            throw HostError{7};
+        }
+        return false;
+    }
+};
+
+class Progress : public INetWorkerUpdateProgressCallBack {
+public:
+    uint64_t bytes = 0;
+    uint32_t reports = 0;
+    uint32_t throwAt = 0;  // the report (from 1) at which to throw; 0: never
+    void (*onFirstReport)() = nullptr;
+
+    bool UpdateProgress(NetWorkerProgressInfo* progress) override {
+        ++reports;
+        bytes += progress->bytesDone;
+        if (reports == 1 && onFirstReport != nullptr) {
+            onFirstReport();
+        }
+        if (reports == throwAt) {
+            throw HostError{42};
+        }
+        return false;
+    }
+};
+
+bool FileExists(const wchar_t* directory, const wchar_t* name) {
+    wchar_t path[600];
+    msvcrt::WideCopy(path, 600, directory);
+    msvcrt::WideAppend(path, 600, L"\\");
+    msvcrt::WideAppend(path, 600, name);
+    return GetFileAttributesW(path) != kInvalidAttributes;
+}
+
+// The pipe name of a helper session: unique per process and session.
+void PipeName(wchar_t* name, size_t capacity, int session) {
+    wchar_t digits[16];
+    DWORD id = GetCurrentProcessId() * 10 + static_cast<DWORD>(session);
+    size_t count = 0;
+    do {
+        digits[count++] = static_cast<wchar_t>(L'0' + id % 10);
+        id /= 10;
+    } while (id != 0 && count < 15);
+    msvcrt::WideCopy(name, capacity, L"nwx-msvc-exceptions-");
+    size_t used = msvcrt::WideLength(name);
+    while (count > 0 && used + 1 < capacity) {
+        name[used++] = digits[--count];
+    }
+    name[used] = 0;
+}
+
+// The host's own launcher: NetWorker64BitClient.exe beside this program.
+long LaunchHelper(const wchar_t* pipeName) {
+    wchar_t program[520];
+    msvcrt::ProgramDirectory(program, 520);
+    msvcrt::WideAppend(program, 520, L"\\NetWorker64BitClient.exe");
+    wchar_t commandLine[256];
+    msvcrt::WideCopy(commandLine, 256, pipeName);
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process = {};
+    if (!CreateProcessW(program, commandLine, nullptr, nullptr, 0, 0, nullptr, nullptr, &startup,
+                        &process)) {
+        return -1;
+    }
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    return 0;
+}
+
+// Kills this program's helper, found among the running processes by its parent.
+DWORD __stdcall KillHelperSoon(void*) {
+    Sleep(300);
+    HANDLE snapshot = CreateToolhelp32Snapshot(kSnapProcesses, 0);
+    PROCESSENTRY32W entry = {};
+    entry.dwSize = sizeof entry;
+    int killed = 0;
+    for (BOOL more = Process32FirstW(snapshot, &entry); more;
+         more = Process32NextW(snapshot, &entry)) {
+        if (entry.th32ParentProcessID == GetCurrentProcessId() &&
+            msvcrt::WideEquals(entry.szExeFile, L"NetWorker64BitClient.exe")) {
+            HANDLE helper = OpenProcess(kProcessTerminate | kSynchronize, 0, entry.th32ProcessID);
+            if (helper != nullptr && TerminateProcess(helper, 9)) {
+                WaitForSingleObject(helper, kInfinite);
+                ++killed;
+            }
+            if (helper != nullptr) {
+                CloseHandle(helper);
+            }
+        }
+    }
+    CloseHandle(snapshot);
+    Print("helper killed count=%d\n", killed);
+    return 0;
+}
+
+void KillHelperFromAThread() {
+    HANDLE thread = CreateThread(nullptr, 0, &KillHelperSoon, nullptr, 0, nullptr);
+    if (thread != nullptr) {
+        CloseHandle(thread);
+    }
+}
+
+// The objects of one session, freed in reverse order of creation.
+class Session {
+public:
+    Session(const wchar_t* mode, int number) {
+        if (msvcrt::WideEquals(mode, L"in-process")) {
+            m_ready = AllocateNetWorkerApiWrapper(&m_wrapper) &&
+                      AllocateNetWorkerApiExecutor(&m_executor, m_wrapper);
+            return;
+        }
+        wchar_t pipeName[96];
+        PipeName(pipeName, 96, number);
+        if (!AllocateNamedPipeConnection(&m_connection)) {
+            return;
+        }
+        m_ready = msvcrt::WideEquals(mode, L"helper-launcher")
+                      ? AllocateNetWorkerNamedPipeExecutor(&m_executor, pipeName, m_connection,
+                                                           &LaunchHelper)
+                      : AllocateNetWorkerNamedPipeExecutor(&m_executor, pipeName, m_connection);
+    }
+    ~Session() {
+        FreeNetWorkerExecutor(m_executor);
+        FreeNetWorkerApiWrapper(m_wrapper);
+        FreeNamedPipeConnection(m_connection);
+    }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    bool Ready() const { return m_ready; }
+    INetWorkerExecutor* operator->() { return m_executor; }
+
+    // Initialize and a whole catalogue; false (after saying why) when either failed.
+    bool Start(FileFound* found) {
+        const int32_t status = m_executor->Initialize("cli", "srv");
+        Print("initialize status=%d\n", status);
+        if (status != 0) {
+            return false;
+        }
+        Print("catalog status=%d files=%u\n", m_executor->Catalog(nullptr, nullptr, found, nullptr),
+              found->count);
+        return found->databaseIndex != kNotFound && found->logIndex != kNotFound;
+    }
+
+private:
+    bool m_ready = false;
+    INetWorkerApiWrapper* m_wrapper = nullptr;
+    INamedPipeConnection* m_connection = nullptr;
+    INetWorkerExecutor* m_executor = nullptr;
+};
+
+FILETIME Day(uint32_t daysAfter2024) {
+    // 2024-01-01 00:00 UTC in 100-ns ticks since 1601, plus whole days.
+    const uint64_t ticks = 133485408000000000ull + daysAfter2024 * 864000000000ull;
+    FILETIME time;
+    time.dwLowDateTime = static_cast<DWORD>(ticks);
+    time.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
+    return time;
+}
+
+int ReversedWindow(const wchar_t* mode) {
+    Session session(mode, 1);
+    FileFound found;
+    if (!session.Ready() || !session.Start(&found)) {
+        return 2;
+    }
+    const FILETIME early = Day(100);
+    const FILETIME late = Day(200);
+    FileFound ignored;
+    try {
+        session->Catalog(&early, &late, &ignored, nullptr);
+        Print("no exception\n");
+    } catch (const std::invalid_argument& e) {
+        Print("caught invalid_argument by reference what=%s\n", e.what());
+    }
+    try {
+        session->Catalog(&early, &late, &ignored, nullptr);
+        Print("no exception\n");
+    } catch (std::logic_error e) {
+        Print("caught logic_error by value what=%s\n", e.what());
+    }
+    try {
+        session->Catalog(&early, &late, &ignored, nullptr);
+        Print("no exception\n");
+    } catch (const std::exception& e) {
+        Print("caught exception by reference what=%s\n", e.what());
+    }
+    try {
+        session->Catalog(&early, &late, &ignored, nullptr);
+        Print("no exception\n");
+    } catch (...) {
+        Print("caught with ellipsis\n");
+    }
+    FileFound again;
+    const int32_t status = session->Catalog(nullptr, nullptr, &again, nullptr);
+    Print("catalog after status=%d files=%u first=%u\n", status, again.count, again.firstIndex);
+    return 0;
+}
+
+int HelperKilled(const wchar_t* mode, const wchar_t* directory) {
+    {
+        Session session(mode, 1);
+        FileFound found;
+        if (!session.Ready() || !session.Start(&found)) {
+            return 2;
+        }
+        Print("begin-extract status=%d\n", session->BeginExtract());
+        Progress progress;
+        progress.onFirstReport = &KillHelperFromAThread;
+        const int32_t status =
+            session->ExtractFile(found.databaseIndex, directory, kDatabaseFile, &progress, nullptr);
+        Print("extract status=%d\n", status);
+        try {
+            session->EndExtract();
+            Print("no exception\n");
+        } catch (const std::runtime_error& e) {
+            Print("caught runtime_error by reference what=%s\n", e.what());
+        }
+        try {
+            session->EndExtract();
+            Print("no exception\n");
+        } catch (std::exception e) {
+            Print("caught exception by value what=%s\n", e.what());
+        }
+        try {
+            session->EndExtract();
+            Print("no exception\n");
+        } catch (...) {
+            Print("caught with ellipsis\n");
+        }
+    }
+    Session next(mode, 2);
+    FileFound found;
+    if (!next.Ready() || !next.Start(&found)) {
+        return 2;
+    }
+    Print("next begin-extract status=%d\n", next->BeginExtract());
+    Progress progress;
+    Print("next extract status=%d\n",
+          next->ExtractFile(found.logIndex, directory, kLogFile, &progress, nullptr));
+    Print("next end-extract status=%d\n", next->EndExtract());
+    return 0;
+}
+
+int ProgressThrows(const wchar_t* mode, const wchar_t* directory) {
+    Session session(mode, 1);
+    FileFound found;
+    if (!session.Ready() || !session.Start(&found)) {
+        return 2;
+    }
+    Print("begin-extract status=%d\n", session->BeginExtract());
+    Progress throwing;
+    throwing.throwAt = 3;
+    try {
+        session->ExtractFile(found.databaseIndex, directory, kDatabaseFile, &throwing, nullptr);
+        Print("no exception\n");
+    } catch (const HostError& e) {
+        Print("caught host-error code=%d reports=%u\n", e.code, throwing.reports);
+    }
+    Print("file after throw exists=%d\n", FileExists(directory, kDatabaseFile) ? 1 : 0);
+    Progress progress;
+    const int32_t status =
+        session->ExtractFile(found.databaseIndex, directory, kDatabaseFile, &progress, nullptr);
+    Print("extract again status=%d bytes=%I64u\n", status, progress.bytes);
+    Print("end-extract status=%d\n", session->EndExtract());
+    return 0;
+}
+
+int FileFoundThrows(const wchar_t* mode) {
+    Session session(mode, 1);
+    if (!session.Ready()) {
+        return 2;
+    }
+    Print("initialize status=%d\n", session->Initialize("cli", "srv"));
+    FileFound throwing;
+    throwing.throwAt = 3;
+    try {
+        session->Catalog(nullptr, nullptr, &throwing, nullptr);
+        Print("no exception\n");
+    } catch (const HostError& e) {
+        Print("caught host-error code=%d files=%u\n", e.code, throwing.count);
+    }
+    FileFound again;
+    const int32_t status = session->Catalog(nullptr, nullptr, &again, nullptr);
+    Print("catalog after status=%d files=%u first=%u\n", status, again.count, again.firstIndex);
+    return 0;
+}
+
+}  // namespace
+
+extern "C" void HostEntry() {
+    wchar_t buffer[2048];
+    wchar_t* arguments[5] = {};
+    const int count = msvcrt::SplitCommandLine(buffer, 2048, arguments, 5);
+    if (count < 4) {
+        Print("usage: msvc_exception_host.exe <case> <mode> <restore directory>\n");
+        ExitProcess(64);
+    }
+    const wchar_t* which = arguments[1];
+    const wchar_t* mode = arguments[2];
+    const wchar_t* directory = arguments[3];
+    int result = 64;
+    if (msvcrt::WideEquals(which, L"reversed-window")) {
+        result = ReversedWindow(mode);
+    } else if (msvcrt::WideEquals(which, L"helper-killed")) {
+        result = HelperKilled(mode, directory);
+    } else if (msvcrt::WideEquals(which, L"progress-throws")) {
+        result = ProgressThrows(mode, directory);
+    } else if (msvcrt::WideEquals(which, L"filefound-throws")) {
+        result = FileFoundThrows(mode);
+    } else {
+        Print("unknown case %S\n", which);
+    }
+    Print("exit %d\n", result);
+    ExitProcess(static_cast<unsigned int>(result));
+}
