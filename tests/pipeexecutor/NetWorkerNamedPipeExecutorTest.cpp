@@ -531,6 +531,91 @@ TEST_F(PipeExecutorTest, ExtractFileLogsAStrayMessageOnceAndGoesOn) {
     EXPECT_EQ(m_connection.Sent().size(), 1u);
 }
 
+namespace {
+
+// A question whose size field says four bytes less than its kind has: what a helper of another
+// build, or a damaged one, might send.
+template <typename Message>
+Bytes WronglySized(Message message) {
+    message.header.messageSize -= 4;
+    Bytes bytes = ToBytes(message);
+    bytes.resize(bytes.size() - 4);
+    return bytes;
+}
+
+struct HostGone : std::runtime_error {
+    HostGone() : std::runtime_error("the host's callback gave up") {}
+};
+
+}  // namespace
+
+// The helper waits for an answer to every question, whatever its size: each wrongly sized one
+// is answered as a refusal without asking the host, so the extraction ends (cancelled) instead
+// of both sides waiting for each other.
+TEST_F(PipeExecutorTest, ExtractFileRefusesWronglySizedQuestionsWithoutAskingTheHost) {
+    m_connection.Queue(WronglySized(IpcMakeMessage<IpcUpdateProgress>()));
+    m_connection.Queue(WronglySized(IpcMakeMessage<IpcNetWorkerError>()));
+    m_connection.Queue(WronglySized(IpcMakeMessage<IpcAllocationError>()));
+    m_connection.Queue(StatusReply<IpcFinishExtractFile>(1223));
+    ::testing::StrictMock<MockProgress> progress;  // never asked
+    ::testing::StrictMock<MockError> error;        // never asked
+    EXPECT_EQ(m_executor->ExtractFile(0, L"C:\\r", L"f.edb", &progress, &error), 1223);
+    const std::vector<Bytes>& sent = m_connection.Sent();
+    ASSERT_EQ(sent.size(), 4u);
+    EXPECT_EQ(FromBytes<IpcShouldCancel>(sent[1]).response, static_cast<uint32_t>(eQuit));
+    EXPECT_EQ(FromBytes<IpcNetWorkerErrorResponse>(sent[2]).header.messageType,
+              static_cast<uint32_t>(IpcTypeNetWorkerErrorResponse));
+    EXPECT_EQ(FromBytes<IpcNetWorkerErrorResponse>(sent[2]).answer, 0u);
+    EXPECT_EQ(FromBytes<IpcAllocationErrorResponse>(sent[3]).header.messageType,
+              static_cast<uint32_t>(IpcTypeAllocationErrorResponse));
+    EXPECT_EQ(FromBytes<IpcAllocationErrorResponse>(sent[3]).answer, 0u);
+    EXPECT_THAT(Errors(), ElementsAre(L"Invalid messageType recieved. Error: 80004005.",
+                                      L"Invalid messageType recieved. Error: 80004005.",
+                                      L"Invalid messageType recieved. Error: 80004005."));
+    EXPECT_EQ(m_connection.PendingIncoming(), 0u);
+}
+
+// A progress callback that throws: the helper is told to stop, every further question of the
+// extraction is refused unasked, the final message is read, and the exception goes on.
+TEST_F(PipeExecutorTest, ProgressCallbackThatThrowsAbandonsTheExtractionAndPassesTheException) {
+    m_connection.Queue(IpcMakeMessage<IpcUpdateProgress>());
+    auto diskFull = IpcMakeMessage<IpcNetWorkerError>();
+    diskFull.code = NwErrorDiskFull;
+    m_connection.Queue(diskFull);
+    m_connection.Queue(StatusReply<IpcFinishExtractFile>(1223));
+    m_connection.Queue(StatusReply<IpcFinishEndExtract>(0));
+    MockProgress progress;
+    EXPECT_CALL(progress, UpdateProgress(_)).WillOnce([](NetWorkerProgressInfo*) -> bool {
+        throw HostGone();
+    });
+    ::testing::StrictMock<MockError> error;  // not asked once the host has gone
+    EXPECT_THROW(m_executor->ExtractFile(0, L"C:\\r", L"f.edb", &progress, &error), HostGone);
+    const std::vector<Bytes>& sent = m_connection.Sent();
+    ASSERT_EQ(sent.size(), 3u);
+    EXPECT_EQ(FromBytes<IpcShouldCancel>(sent[1]).response, static_cast<uint32_t>(eQuit));
+    EXPECT_EQ(FromBytes<IpcNetWorkerErrorResponse>(sent[2]).answer, 0u);
+    // In step: the session goes on with the next request.
+    EXPECT_EQ(m_executor->EndExtract(), 0);
+}
+
+// A file-found callback that throws: the rest of the catalogue is listed unseen ("go on"), so
+// that the helper's next catalogue is not cancelled, and the exception goes on.
+TEST_F(PipeExecutorTest, FileFoundCallbackThatThrowsListsTheRestUnseenAndPassesTheException) {
+    m_connection.Queue(IpcMakeMessage<IpcFileFound>());
+    m_connection.Queue(IpcMakeMessage<IpcFileFound>());
+    m_connection.Queue(StatusReply<IpcFinishCatalog>(0));
+    MockFileFound found;
+    EXPECT_CALL(found, NetWorkerFileFound(_)).WillOnce([](const NetWorkerFileInfo*) -> bool {
+        throw HostGone();
+    });
+    EXPECT_THROW(m_executor->Catalog(nullptr, nullptr, &found, nullptr), HostGone);
+    const std::vector<Bytes>& sent = m_connection.Sent();
+    ASSERT_EQ(sent.size(), 3u);
+    EXPECT_EQ(FromBytes<IpcShouldCancel>(sent[1]).response, static_cast<uint32_t>(eContinue));
+    EXPECT_EQ(FromBytes<IpcShouldCancel>(sent[2]).response, static_cast<uint32_t>(eContinue));
+    EXPECT_EQ(m_connection.PendingIncoming(), 0u);
+}
+
 TEST_F(PipeExecutorTest, ExtractFileAnswersDiskFullWithTheHostsAnswer) {
     auto diskFull = IpcMakeMessage<IpcNetWorkerError>();
     diskFull.code = NwErrorDiskFull;
