@@ -1,4 +1,5 @@
 #include <cstring>
+#include <cwchar>
 #include <new>
 #include <stdexcept>
 #include <thread>
@@ -607,13 +608,26 @@ TEST_F(ExtractTest, EndDataFailureIsLoggedOnly) {
 }
 
 TEST_F(ExtractTest, DestinationPathTooLongIsReported) {
-    m_target = UnderRoot(std::wstring(1020, L'z'));
+    // The directory, a backslash and "priv1.edb" make 1024 characters, one too many: the
+    // directory is made, and the file is refused like one that cannot be created.
+    const size_t fixed = UnderRoot(L"").size() + 1 + std::wcslen(L"priv1.edb");
+    m_target = UnderRoot(std::wstring(1024 - fixed, L'z'));
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
-    bool reported = false;
-    for (const auto& line : Lines()) {
-        reported = reported || StartsWith(line.second, L"Unable to create file ");
-    }
-    EXPECT_TRUE(reported);
+    EXPECT_EQ((std::vector<std::string>{"BSAEndData"}), m_wrapper.calls);
+    EXPECT_TRUE(m_system.filesCreated.empty());
+    EXPECT_TRUE(m_system.filesDeleted.empty());
+    const LogTexts lines = Lines();
+    ASSERT_EQ(4u, lines.size());
+    EXPECT_EQ(L"Unable to create file " + m_target + L". GetLastError() = 0x0000ce.\n",
+              lines[1].second);  // ERROR_FILENAME_EXCED_RANGE
+    EXPECT_EQ(L"Could not Create File", lines[2].second);
+    EXPECT_EQ(HResultLine(0x80004005, 206), lines[3].second);
+
+    // One character less fits.
+    m_target.pop_back();
+    m_wrapper.data = "abc";
+    EXPECT_EQ(0, Extract(nullptr));
+    EXPECT_EQ("abc", m_system.Content(m_target + L"\\priv1.edb"));
 }
 
 TEST_F(ExtractTest, DiskFullWithoutErrorCallbackCancels) {
