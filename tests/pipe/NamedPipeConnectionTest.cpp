@@ -206,7 +206,7 @@ TEST_F(NamedPipeConnectionTest, RefusedMessageModeClosesThePipeBeforeTheErrorLin
     RecordingLog& log = LogOf();
     EXPECT_EQ(ThrownText([&] { client.OpenExisting(name.c_str(), 10000); }),
               "SetNamedPipeHandleState failed. GetLastError()=87");  // ERROR_INVALID_PARAMETER
-    // Closed first, whatever the logger then does; the number is the one read at the failure.
+    // Closed first, whatever the logger then does.
     const std::vector<LogLine> expected = {
         {LogLevelTrace, kOpenExisting, L"Method Start"},
         {LogLevelTrace, kClosePipe, L"Method Start"},
