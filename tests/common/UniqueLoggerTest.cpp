@@ -43,6 +43,19 @@ TEST_F(UniqueLoggerTest, TryAcquireReportsRefusalAndKeepsNothing) {
     EXPECT_STREQ(granted.get()->GetName(), L"ExtractHandler");
 }
 
+TEST_F(UniqueLoggerTest, NullLoggerReportedAsSuccessCountsAsRefused) {
+    TestLoggers::NullNames({L"CatalogHandler", L"NamedPipeConnection"});
+    const UniqueLogger handlerLog = TryAcquireLogger(L"CatalogHandler");
+    EXPECT_FALSE(handlerLog);
+    try {
+        AcquireLoggerOrThrow(L"NamedPipeConnection");
+        FAIL() << "no exception";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "Failed to Initialize the logger.");
+    }
+    EXPECT_EQ(TestLoggers::LiveCount(), 0u);
+}
+
 TEST_F(UniqueLoggerTest, MovingTransfersOwnership) {
     UniqueLogger first = AcquireLoggerOrThrow(L"Moved");
     ILog* log = first.get();

@@ -1,8 +1,10 @@
 #include <cstring>
+#include <cwchar>
 #include <new>
 #include <stdexcept>
 #include <thread>
 
+#include "ArrayAllocations.h"
 #include "ExecutorTestSupport.h"
 #include "common/WideFormat.h"
 #include "common/LastError.h"
@@ -116,6 +118,46 @@ TEST_F(ExtractTest, BufferLengthsAreSixteenBit) {
     m_wrapper.bufferLenWanted = 16385;
     ASSERT_EQ(0, Extract(nullptr));
     EXPECT_EQ(16385u, m_wrapper.getDataBufferLens.back());
+}
+
+TEST_F(ExtractTest, TransferBufferIsAllocatedOnceAfterBSAGetObjectAtTheSizeItAsked) {
+    m_wrapper.bufferLenWanted = 20000;
+    m_wrapper.data = PatternData(50000);
+    const ArrayAllocationWatch watch;
+    bool getObjectCalled = false;
+    std::vector<size_t> beforeGetObject;
+    m_wrapper.duringGetObject = [&] {
+        getObjectCalled = true;
+        beforeGetObject = watch.SizesFrom(NetWorkerApiExecutor::kTransferBufferSize);
+    };
+    ASSERT_EQ(0, Extract(nullptr));
+    ASSERT_TRUE(getObjectCalled);
+    EXPECT_TRUE(beforeGetObject.empty()) << "a buffer was allocated before BSAGetObject";
+    EXPECT_EQ(std::vector<size_t>{20000},
+              watch.SizesFrom(NetWorkerApiExecutor::kTransferBufferSize));
+}
+
+TEST_F(ExtractTest, GetObjectFailureAllocatesNoTransferBuffer) {
+    m_wrapper.getObjectRc = 3;
+    const ArrayAllocationWatch watch;
+    EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
+    EXPECT_TRUE(watch.SizesFrom(NetWorkerApiExecutor::kTransferBufferSize).empty());
+    EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAEndData"}), m_wrapper.calls);
+}
+
+TEST_F(ExtractTest, TransferBufferOutOfMemoryDeletesTheFileAndEndsTheData) {
+    m_wrapper.data = PatternData(40000);
+    ArrayAllocationWatch watch;
+    watch.FailFrom(NetWorkerApiExecutor::kTransferBufferSize);
+    EXPECT_THROW(Extract(&m_progress), std::bad_alloc);
+    EXPECT_EQ(std::vector<size_t>{16384},
+              watch.SizesFrom(NetWorkerApiExecutor::kTransferBufferSize));
+    // The file was created before the buffer was asked for, and goes like any incomplete one.
+    EXPECT_EQ(std::vector<std::wstring>{m_file}, m_system.filesCreated);
+    EXPECT_EQ(std::vector<std::wstring>{m_file}, m_system.filesDeleted);
+    EXPECT_FALSE(m_system.FileExists(m_file));
+    EXPECT_EQ((std::vector<std::string>{"BSAGetObject", "BSAEndData"}), m_wrapper.calls);
+    EXPECT_TRUE(m_progress.reports.empty());
 }
 
 TEST_F(ExtractTest, EmptyObjectGivesEmptyFileAndTwoZeroReports) {
@@ -566,13 +608,26 @@ TEST_F(ExtractTest, EndDataFailureIsLoggedOnly) {
 }
 
 TEST_F(ExtractTest, DestinationPathTooLongIsReported) {
-    m_target = UnderRoot(std::wstring(1020, L'z'));
+    // The directory, a backslash and "priv1.edb" make 1024 characters, one too many: the
+    // directory is made, and the file is refused like one that cannot be created.
+    const size_t fixed = UnderRoot(L"").size() + 1 + std::wcslen(L"priv1.edb");
+    m_target = UnderRoot(std::wstring(1024 - fixed, L'z'));
     EXPECT_EQ(static_cast<int32_t>(0x80004005), Extract(nullptr));
-    bool reported = false;
-    for (const auto& line : Lines()) {
-        reported = reported || StartsWith(line.second, L"Unable to create file ");
-    }
-    EXPECT_TRUE(reported);
+    EXPECT_EQ((std::vector<std::string>{"BSAEndData"}), m_wrapper.calls);
+    EXPECT_TRUE(m_system.filesCreated.empty());
+    EXPECT_TRUE(m_system.filesDeleted.empty());
+    const LogTexts lines = Lines();
+    ASSERT_EQ(4u, lines.size());
+    EXPECT_EQ(L"Unable to create file " + m_target + L". GetLastError() = 0x0000ce.\n",
+              lines[1].second);  // ERROR_FILENAME_EXCED_RANGE
+    EXPECT_EQ(L"Could not Create File", lines[2].second);
+    EXPECT_EQ(HResultLine(0x80004005, 206), lines[3].second);
+
+    // One character less fits.
+    m_target.pop_back();
+    m_wrapper.data = "abc";
+    EXPECT_EQ(0, Extract(nullptr));
+    EXPECT_EQ("abc", m_system.Content(m_target + L"\\priv1.edb"));
 }
 
 TEST_F(ExtractTest, DiskFullWithoutErrorCallbackCancels) {

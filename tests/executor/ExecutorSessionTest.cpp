@@ -3,6 +3,7 @@
 #include <string>
 #include <thread>
 
+#include "ArrayAllocations.h"
 #include "ExecutorTestSupport.h"
 #include "common/LastError.h"
 #include "interfaces/NetWorkerStatus.h"
@@ -90,6 +91,26 @@ TEST_F(ExecutorTest, EveryBSAInitFailureIsBadEnvironment) {
                   Lines())
             << rc;
     }
+}
+
+TEST_F(ExecutorTest, RetriedInitializeFreesTheEnvironmentEntriesOfTheCallBefore) {
+    m_wrapper.initResult = 3;
+    EXPECT_EQ(static_cast<int32_t>(0x8007000A), m_executor->Initialize("cli", "srv"));
+    {
+        // The entries live in arrays of their own: every call allocates two and frees the two
+        // of the call before, so the calls leave as many arrays allocated as they found.
+        const ArrayAllocationWatch watch;
+        for (int retry = 0; retry < 3; ++retry) {
+            EXPECT_EQ(static_cast<int32_t>(0x8007000A), m_executor->Initialize("cli", "srv"));
+        }
+        m_wrapper.initResult = 0;
+        ASSERT_EQ(0, m_executor->Initialize("cli", "srv"));
+        EXPECT_GE(watch.Sizes().size(), 8u) << "a client and a server entry per call";
+        EXPECT_EQ(watch.Sizes().size(), watch.Frees());
+    }
+    EXPECT_EQ((std::vector<std::string>{"NSR_CLIENT=cli", "NSR_DEBUG_LEVEL=0", "NSR_SERVER=srv",
+                                        "NSR_NO_BUSY_ERRORS=TRUE"}),
+              m_wrapper.environment);
 }
 
 TEST_F(ExecutorTest, NoSessionIsEverTerminated) {

@@ -24,7 +24,10 @@ protected:
         TestLoggers::Reset();
         g_launched.clear();
     }
-    void TearDown() override { TestLoggers::FailNames({}); }
+    void TearDown() override {
+        TestLoggers::FailNames({});
+        TestLoggers::NullNames({});
+    }
 };
 
 TEST_F(ExportsTest, FreeingNullDoesNothing) {
@@ -48,6 +51,17 @@ TEST_F(ExportsTest, WrapperWithoutLoggerGivesFalseAndNull) {
     auto* wrapper = reinterpret_cast<INetWorkerApiWrapper*>(0x1);
     EXPECT_FALSE(AllocateNetWorkerApiWrapper(&wrapper));
     EXPECT_EQ(wrapper, nullptr);
+}
+
+TEST_F(ExportsTest, LoggerNullDespiteSuccessGivesFalseAndNull) {
+    TestLoggers::NullNames({L"NamedPipeConnection", L"NetWorkerApiWrapper"});
+    auto* connection = reinterpret_cast<INamedPipeConnection*>(0x1);
+    EXPECT_FALSE(AllocateNamedPipeConnection(&connection));
+    EXPECT_EQ(connection, nullptr);
+    auto* wrapper = reinterpret_cast<INetWorkerApiWrapper*>(0x1);
+    EXPECT_FALSE(AllocateNetWorkerApiWrapper(&wrapper));
+    EXPECT_EQ(wrapper, nullptr);
+    EXPECT_EQ(TestLoggers::LiveCount(), 0u);
 }
 
 TEST_F(ExportsTest, ApiExecutorWithoutLoggerGivesFalseAndNull) {

@@ -195,6 +195,29 @@ TEST_F(NamedPipeConnectionTest, OpenExistingOfAMissingPipeFailsAtOnce) {
     EXPECT_EQ(log.Lines(), expected);
 }
 
+TEST_F(NamedPipeConnectionTest, RefusedMessageModeClosesThePipeBeforeTheErrorLine) {
+    // A byte-mode server end: the client cannot switch its end to message reads.
+    const std::wstring name = UniqueName(L"bytemode");
+    const UniqueFileHandle byteServer(::CreateNamedPipeW(
+        (L"\\\\.\\pipe\\" + name).c_str(), PIPE_ACCESS_DUPLEX,
+        PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, 1, 2048, 2048, 0, nullptr));
+    ASSERT_TRUE(byteServer.valid());
+    NamedPipeConnection client;
+    RecordingLog& log = LogOf();
+    EXPECT_EQ(ThrownText([&] { client.OpenExisting(name.c_str(), 10000); }),
+              "SetNamedPipeHandleState failed. GetLastError()=87");  // ERROR_INVALID_PARAMETER
+    // Closed first, whatever the logger then does.
+    const std::vector<LogLine> expected = {
+        {LogLevelTrace, kOpenExisting, L"Method Start"},
+        {LogLevelTrace, kClosePipe, L"Method Start"},
+        {LogLevelTrace, kClosePipe, L"Method End"},
+        {LogLevelError, kOpenExisting, L"SetNamedPipeHandleState failed. GetLastError()=87"},
+    };
+    EXPECT_EQ(log.Lines(), expected);
+    const unsigned char byte = 0;
+    EXPECT_EQ(ThrownText([&] { client.Send(&byte, 1); }), "Named pipe is not connected!");
+}
+
 TEST_F(NamedPipeConnectionTest, ServerEndExchangesMessagesAsMessages) {
     NamedPipeConnection server;
     RecordingLog& log = LogOf();

@@ -303,28 +303,41 @@ TEST_F(NetWorkerNamedPipeClientTest, RequestsAreServedInOrderEachWithAFreshLogge
 }
 
 class LoggerFailureTest : public PipeClientTest,
-                          public ::testing::WithParamInterface<std::pair<const wchar_t*, int>> {};
+                          public ::testing::WithParamInterface<std::pair<const wchar_t*, int>> {
+protected:
+    // The request of this parameter, whose handler gets no logger: the session ends without a
+    // reply, and the next request is left unread.
+    void ExpectRunToEndWithoutReply() {
+        const std::vector<PipeBytes> requests = {
+            BytesOf(IpcBuildBeginCatalog(nullptr, nullptr)),
+            BytesOf(IpcBuildBeginGetFileSize(0, false)),
+            BytesOf(IpcMakeMessage<IpcBeginExtract>()),
+            BytesOf(IpcBuildBeginExtractFile(0, L"d", L"f")),
+            BytesOf(IpcMakeMessage<IpcEndExtract>()),
+        };
+        HostSendsBeginInitialize();
+        HostSends(requests.at(static_cast<size_t>(GetParam().second)));
+        HostSendsMessage(IpcMakeMessage<IpcBeginExtract>());  // left unread
+        RunClient();
+        EXPECT_EQ(SentAfterInitialize().size(), 0u);
+        EXPECT_EQ(executor.calls, std::vector<std::string>{"Initialize"});
+        EXPECT_EQ(pipe.ClientEnd().PendingCount(), 1u);
+        const auto lines = log.Lines();
+        EXPECT_TRUE(HasLine(lines, LogLevelDebug, kRun, L"Message processed.  Exiting=true"));
+        EXPECT_TRUE(HasLine(lines, LogLevelTrace, kHandleMessage, L"Method End"));
+        EXPECT_TRUE(TestLoggers::History(GetParam().first).empty());
+    }
+};
 
 TEST_P(LoggerFailureTest, EndsRunWithoutReply) {
-    const std::vector<PipeBytes> requests = {
-        BytesOf(IpcBuildBeginCatalog(nullptr, nullptr)),
-        BytesOf(IpcBuildBeginGetFileSize(0, false)),
-        BytesOf(IpcMakeMessage<IpcBeginExtract>()),
-        BytesOf(IpcBuildBeginExtractFile(0, L"d", L"f")),
-        BytesOf(IpcMakeMessage<IpcEndExtract>()),
-    };
     TestLoggers::FailNames({GetParam().first});
-    HostSendsBeginInitialize();
-    HostSends(requests.at(static_cast<size_t>(GetParam().second)));
-    HostSendsMessage(IpcMakeMessage<IpcBeginExtract>());  // left unread
-    RunClient();
-    EXPECT_EQ(SentAfterInitialize().size(), 0u);
-    EXPECT_EQ(executor.calls, std::vector<std::string>{"Initialize"});
-    EXPECT_EQ(pipe.ClientEnd().PendingCount(), 1u);
-    const auto lines = log.Lines();
-    EXPECT_TRUE(HasLine(lines, LogLevelDebug, kRun, L"Message processed.  Exiting=true"));
-    EXPECT_TRUE(HasLine(lines, LogLevelTrace, kHandleMessage, L"Method End"));
-    EXPECT_TRUE(TestLoggers::History(GetParam().first).empty());
+    ExpectRunToEndWithoutReply();
+}
+
+// A logging library that answers 0 without a logger has refused it all the same.
+TEST_P(LoggerFailureTest, NullLoggerReportedAsSuccessEndsRunWithoutReply) {
+    TestLoggers::NullNames({GetParam().first});
+    ExpectRunToEndWithoutReply();
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryHandler, LoggerFailureTest,

@@ -483,6 +483,9 @@ TEST_F(PipeExecutorTest, ExtractFileRefusesNamesThatDoNotFit) {
     EXPECT_EQ(m_executor->ExtractFile(0, L"d", nullptr, nullptr, nullptr),
               static_cast<int32_t>(0x80070057));
     EXPECT_TRUE(m_connection.Sent().empty());
+    EXPECT_THAT(Errors(), ElementsAre(L"directory does not fit its pipe field: at most 1023 "
+                                      L"UTF-16 units are allowed Error: 80070057.",
+                                      L"fileName must not be null Error: 80070057."));
 }
 
 TEST_F(PipeExecutorTest, ExtractFileRelaysProgressAndCancellation) {

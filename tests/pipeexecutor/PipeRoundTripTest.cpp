@@ -33,6 +33,8 @@ protected:
             } catch (const std::exception& e) {
                 m_helperFailure = e.what();
             }
+            // The helper program ends here, and its end of the pipe with it.
+            m_pipe.ClientEnd().Close();
         });
         m_host = std::make_unique<NetWorkerNamedPipeExecutor>(L"roundtrip", &m_pipe.ServerEnd(),
                                                               NoLaunch);
@@ -98,6 +100,14 @@ TEST_F(RoundTripTest, CatalogueEntriesAndAnswersCrossBothWays) {
     ASSERT_EQ(m_remote.catalogCalls.size(), 1u);
     EXPECT_EQ(m_remote.catalogCalls[0].timeBefore, 0x01DA000012345678ull);
     EXPECT_FALSE(m_remote.catalogCalls[0].timeAfter.has_value());
+}
+
+TEST_F(RoundTripTest, HandlerWithoutALoggerEndsTheHelperAndTheHostGets109) {
+    ASSERT_EQ(m_host->Initialize("c", "s"), 0);
+    // The logging library answers 0 but hands out no logger for the catalogue's handler.
+    TestLoggers::NullNames({L"CatalogHandler"});
+    EXPECT_EQ(m_host->Catalog(nullptr, nullptr, nullptr, nullptr), 109);
+    EXPECT_EQ(m_remote.calls, std::vector<std::string>{"Initialize"});
 }
 
 TEST_F(RoundTripTest, FailedSizeLookupArrivesAsSizeZeroWithSuccess) {

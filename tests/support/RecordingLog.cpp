@@ -17,11 +17,11 @@ void RecordingLog::Trace(const wchar_t* method, const wchar_t* text) {
     Add(LogLevelTrace, method, text != nullptr ? text : L"");
 }
 
-#define NWX_RECORD_FORMATTED(level)                            \
-    va_list args;                                              \
-    va_start(args, format);                                    \
-    std::wstring text = FormatWideStringV(format, args);       \
-    va_end(args);                                              \
+#define NWX_RECORD_FORMATTED(level)                      \
+    va_list args;                                        \
+    va_start(args, format);                              \
+    std::wstring text = FormatWideStringV(format, args); \
+    va_end(args);                                        \
     Add(level, method, std::move(text))
 
 void RecordingLog::Info(const wchar_t* method, const wchar_t* format, ...) {
@@ -97,6 +97,7 @@ namespace {
 struct Registry {
     std::mutex mutex;
     std::vector<std::wstring> failNames;
+    std::vector<std::wstring> nullNames;
     std::vector<std::unique_ptr<RecordingLog>> live;
     std::map<std::wstring, std::vector<LogLine>> history;
 };
@@ -116,6 +117,11 @@ int GetLogger(const wchar_t* name, ILog** log) {
         registry.failNames.end()) {
         *log = nullptr;
         return 1;
+    }
+    if (std::find(registry.nullNames.begin(), registry.nullNames.end(), key) !=
+        registry.nullNames.end()) {
+        *log = nullptr;
+        return 0;
     }
     registry.live.push_back(std::make_unique<RecordingLog>(key));
     *log = registry.live.back().get();
@@ -141,6 +147,11 @@ namespace TestLoggers {
 void FailNames(std::vector<std::wstring> names) {
     std::lock_guard<std::mutex> lock(TheRegistry().mutex);
     TheRegistry().failNames = std::move(names);
+}
+
+void NullNames(std::vector<std::wstring> names) {
+    std::lock_guard<std::mutex> lock(TheRegistry().mutex);
+    TheRegistry().nullNames = std::move(names);
 }
 
 RecordingLog* Find(const std::wstring& name) {
@@ -174,6 +185,7 @@ size_t LiveCount() {
 void Reset() {
     std::lock_guard<std::mutex> lock(TheRegistry().mutex);
     TheRegistry().failNames.clear();
+    TheRegistry().nullNames.clear();
     TheRegistry().live.clear();
     TheRegistry().history.clear();
 }

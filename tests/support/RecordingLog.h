@@ -74,6 +74,9 @@ inline bool HasLine(const std::vector<LogLine>& lines, LogLevel level, const std
 namespace TestLoggers {
 // Names for which GetLogger fails (returns 1 and a null logger).
 void FailNames(std::vector<std::wstring> names);
+// Names for which GetLogger reports success (returns 0) but leaves the logger null, as a
+// faulty logging library may.
+void NullNames(std::vector<std::wstring> names);
 // The most recent logger handed out under `name` that is still alive, or null.
 RecordingLog* Find(const std::wstring& name);
 // Every line of every logger ever handed out under `name`, in order, including freed ones.
