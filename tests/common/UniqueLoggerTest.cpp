@@ -22,14 +22,23 @@ TEST_F(UniqueLoggerTest, AcquiresANamedLoggerAndFreesItOnDestruction) {
     EXPECT_EQ(TestLoggers::LiveCount(), 0u);
 }
 
-TEST_F(UniqueLoggerTest, RefusedLoggerThrowsTheStandardMessage) {
-    TestLoggers::FailNames({L"NamedPipeConnection"});
+namespace {
+
+// A long-lived object's constructor gives up with this standard exception.
+void ExpectAcquiringThrowsTheStandardMessage(const wchar_t* name) {
     try {
-        AcquireLoggerOrThrow(L"NamedPipeConnection");
+        AcquireLoggerOrThrow(name);
         FAIL() << "no exception";
     } catch (const std::runtime_error& error) {
         EXPECT_STREQ(error.what(), "Failed to Initialize the logger.");
     }
+}
+
+}  // namespace
+
+TEST_F(UniqueLoggerTest, RefusedLoggerThrowsTheStandardMessage) {
+    TestLoggers::FailNames({L"NamedPipeConnection"});
+    ExpectAcquiringThrowsTheStandardMessage(L"NamedPipeConnection");
     EXPECT_EQ(TestLoggers::LiveCount(), 0u);
 }
 
@@ -47,12 +56,7 @@ TEST_F(UniqueLoggerTest, NullLoggerReportedAsSuccessCountsAsRefused) {
     TestLoggers::NullNames({L"CatalogHandler", L"NamedPipeConnection"});
     const UniqueLogger handlerLog = TryAcquireLogger(L"CatalogHandler");
     EXPECT_FALSE(handlerLog);
-    try {
-        AcquireLoggerOrThrow(L"NamedPipeConnection");
-        FAIL() << "no exception";
-    } catch (const std::runtime_error& error) {
-        EXPECT_STREQ(error.what(), "Failed to Initialize the logger.");
-    }
+    ExpectAcquiringThrowsTheStandardMessage(L"NamedPipeConnection");
     EXPECT_EQ(TestLoggers::LiveCount(), 0u);
 }
 

@@ -80,6 +80,19 @@ FILETIME MakeFileTime(WORD year, WORD month, WORD day, WORD hour) {
     return out;
 }
 
+// The seeded catalogue as the host was told it: index, path, announced size and restore order.
+void ExpectSeededEntries(const RecordingFileFound& found) {
+    ASSERT_EQ(found.found.size(), std::size(kSeededCatalogue));
+    for (size_t i = 0; i < found.found.size(); ++i) {
+        const ReportedFile& entry = found.found[i];
+        SCOPED_TRACE(entry.path);
+        EXPECT_EQ(entry.index, i);
+        EXPECT_EQ(entry.path, kSeededCatalogue[i].path);
+        EXPECT_EQ(entry.size, kSeededCatalogue[i].size);
+        EXPECT_EQ(entry.restoreOrder, kSeededCatalogue[i].restoreOrder);
+    }
+}
+
 bool FileExists(const std::wstring& path) {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
@@ -217,14 +230,9 @@ TYPED_TEST(ConformanceTest, CatalogueWithoutWindowListsTheSeededExchangeFiles) {
     RecordingErrors errors;
     EXPECT_EQ(this->CatalogueAll(&found, &errors), 0);
     EXPECT_TRUE(errors.codes.empty());
-    ASSERT_EQ(found.found.size(), std::size(kSeededCatalogue));
-    for (size_t i = 0; i < found.found.size(); ++i) {
-        const ReportedFile& entry = found.found[i];
+    ExpectSeededEntries(found);
+    for (const ReportedFile& entry : found.found) {
         SCOPED_TRACE(entry.path);
-        EXPECT_EQ(entry.index, i);
-        EXPECT_EQ(entry.path, kSeededCatalogue[i].path);
-        EXPECT_EQ(entry.size, kSeededCatalogue[i].size);
-        EXPECT_EQ(entry.restoreOrder, kSeededCatalogue[i].restoreOrder);
         EXPECT_EQ(entry.backupTime.wYear, 2024);
         EXPECT_EQ(entry.backupTime.wMonth, 5);
         EXPECT_EQ(entry.backupTime.wDay, 8);
@@ -470,12 +478,7 @@ TYPED_TEST(ConformanceTest, OversizedRecordsStillListSizeAndRestoreByteExactly) 
     RecordingErrors errors;
     EXPECT_EQ(this->CatalogueAll(&found, &errors), 0);
     EXPECT_TRUE(errors.codes.empty());
-    ASSERT_EQ(found.found.size(), std::size(kSeededCatalogue));
-    for (size_t i = 0; i < found.found.size(); ++i) {
-        EXPECT_EQ(found.found[i].path, kSeededCatalogue[i].path);
-        EXPECT_EQ(found.found[i].size, kSeededCatalogue[i].size);
-        EXPECT_EQ(found.found[i].restoreOrder, kSeededCatalogue[i].restoreOrder);
-    }
+    ExpectSeededEntries(found);
     uint64_t size = 0;
     EXPECT_EQ(this->Executor()->GetFileSize(0, true, &size), 0);
     EXPECT_EQ(size, 5000000000u);

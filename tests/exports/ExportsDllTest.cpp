@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ExportsTestSupport.h"
+#include "RefusedAllocations.h"
 #include "ScopedEnvironment.h"
 #include "common/UniqueHandle.h"
 #include "exports/NetWorkerXbsa.h"
@@ -24,12 +25,7 @@ TEST(ExportsDll, FreeingNullDoesNothing) {
 TEST(ExportsDll, RefusedLoggersGiveFalseAndNull) {
     {
         ScopedEnvironment refuse(L"TARNLOG_FAIL_NAMES", L"NamedPipeConnection,NetWorkerApiWrapper");
-        auto* connection = reinterpret_cast<INamedPipeConnection*>(0x1);
-        EXPECT_FALSE(AllocateNamedPipeConnection(&connection));
-        EXPECT_EQ(connection, nullptr);
-        auto* wrapper = reinterpret_cast<INetWorkerApiWrapper*>(0x1);
-        EXPECT_FALSE(AllocateNetWorkerApiWrapper(&wrapper));
-        EXPECT_EQ(wrapper, nullptr);
+        ExpectConnectionAndWrapperRefused();
     }
     // The executors' own loggers refused, with everything else in place.
     INamedPipeConnection* connection = nullptr;

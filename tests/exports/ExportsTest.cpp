@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ExportsTestSupport.h"
+#include "RefusedAllocations.h"
 #include "RecordingLog.h"
 #include "TestFiles.h"
 #include "exports/NetWorkerXbsa.h"
@@ -55,12 +56,7 @@ TEST_F(ExportsTest, WrapperWithoutLoggerGivesFalseAndNull) {
 
 TEST_F(ExportsTest, LoggerNullDespiteSuccessGivesFalseAndNull) {
     TestLoggers::NullNames({L"NamedPipeConnection", L"NetWorkerApiWrapper"});
-    auto* connection = reinterpret_cast<INamedPipeConnection*>(0x1);
-    EXPECT_FALSE(AllocateNamedPipeConnection(&connection));
-    EXPECT_EQ(connection, nullptr);
-    auto* wrapper = reinterpret_cast<INetWorkerApiWrapper*>(0x1);
-    EXPECT_FALSE(AllocateNetWorkerApiWrapper(&wrapper));
-    EXPECT_EQ(wrapper, nullptr);
+    ExpectConnectionAndWrapperRefused();
     EXPECT_EQ(TestLoggers::LiveCount(), 0u);
 }
 

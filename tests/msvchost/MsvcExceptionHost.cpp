@@ -172,40 +172,9 @@ bool FileExists(const wchar_t* directory, const wchar_t* name) {
     return GetFileAttributesW(path) != kInvalidAttributes;
 }
 
-// The pipe name of a helper session: unique per process and session.
-void PipeName(wchar_t* name, size_t capacity, int session) {
-    wchar_t digits[16];
-    DWORD id = GetCurrentProcessId() * 10 + static_cast<DWORD>(session);
-    size_t count = 0;
-    do {
-        digits[count++] = static_cast<wchar_t>(L'0' + id % 10);
-        id /= 10;
-    } while (id != 0 && count < 15);
-    msvcrt::WideCopy(name, capacity, L"nwx-msvc-exceptions-");
-    size_t used = msvcrt::WideLength(name);
-    while (count > 0 && used + 1 < capacity) {
-        name[used++] = digits[--count];
-    }
-    name[used] = 0;
-}
-
 // The host's own launcher: NetWorker64BitClient.exe beside this program.
 long LaunchHelper(const wchar_t* pipeName) {
-    wchar_t program[520];
-    msvcrt::ProgramDirectory(program, 520);
-    msvcrt::WideAppend(program, 520, L"\\NetWorker64BitClient.exe");
-    wchar_t commandLine[256];
-    msvcrt::WideCopy(commandLine, 256, pipeName);
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(program, commandLine, nullptr, nullptr, 0, 0, nullptr, nullptr, &startup,
-                        &process)) {
-        return -1;
-    }
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-    return 0;
+    return msvcrt::StartHelperBesideProgram(pipeName) ? 0 : -1;
 }
 
 // Kills this program's helper, found among the running processes by its parent.
@@ -251,7 +220,8 @@ public:
             return;
         }
         wchar_t pipeName[96];
-        PipeName(pipeName, 96, number);
+        msvcrt::UniquePipeName(pipeName, 96, L"nwx-msvc-exceptions-",
+                               static_cast<uint32_t>(number));
         if (!AllocateNamedPipeConnection(&m_connection)) {
             return;
         }

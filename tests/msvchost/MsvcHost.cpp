@@ -231,21 +231,11 @@ int RunWrapperDouble(const wchar_t* directory) {
 
 // The pipe name of a helper session: unique per process.
 void PipeName(wchar_t* name, size_t capacity, const wchar_t* purpose) {
-    wchar_t digits[16];
-    DWORD id = GetCurrentProcessId();
-    size_t count = 0;
-    do {
-        digits[count++] = static_cast<wchar_t>(L'0' + id % 10);
-        id /= 10;
-    } while (id != 0 && count < 15);
-    msvcrt::WideCopy(name, capacity, L"nwx-msvc-host-");
-    msvcrt::WideAppend(name, capacity, purpose);
-    msvcrt::WideAppend(name, capacity, L"-");
-    size_t used = msvcrt::WideLength(name);
-    while (count > 0 && used + 1 < capacity) {
-        name[used++] = digits[--count];
-    }
-    name[used] = 0;
+    wchar_t prefix[64];
+    msvcrt::WideCopy(prefix, 64, L"nwx-msvc-host-");
+    msvcrt::WideAppend(prefix, 64, purpose);
+    msvcrt::WideAppend(prefix, 64, L"-");
+    msvcrt::UniquePipeName(name, capacity, prefix, 0);
 }
 
 uint32_t g_launcherCalls = 0;
@@ -255,21 +245,10 @@ uint32_t g_launcherCalls = 0;
 long LaunchHelper(const wchar_t* pipeName) {
     ++g_launcherCalls;
     Print("launcher pipe=%S\n", pipeName);
-    wchar_t program[520];
-    msvcrt::ProgramDirectory(program, 520);
-    msvcrt::WideAppend(program, 520, L"\\NetWorker64BitClient.exe");
-    wchar_t commandLine[256];
-    msvcrt::WideCopy(commandLine, 256, pipeName);
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(program, commandLine, nullptr, nullptr, 0, 0, nullptr, nullptr, &startup,
-                        &process)) {
+    if (!msvcrt::StartHelperBesideProgram(pipeName)) {
         Print("launcher CreateProcessW failed %u\n", GetLastError());
         return -1;
     }
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
     return 0;
 }
 

@@ -151,4 +151,38 @@ int SplitCommandLine(wchar_t* buffer, size_t bufferCapacity, wchar_t** arguments
     return count;
 }
 
+void UniquePipeName(wchar_t* name, size_t capacity, const wchar_t* prefix, uint32_t number) {
+    wchar_t digits[24];
+    uint64_t value = static_cast<uint64_t>(GetCurrentProcessId()) * 1000 + number;
+    size_t count = 0;
+    do {
+        digits[count++] = static_cast<wchar_t>(L'0' + value % 10);
+        value /= 10;
+    } while (value != 0 && count < 23);
+    WideCopy(name, capacity, prefix);
+    size_t used = WideLength(name);
+    while (count > 0 && used + 1 < capacity) {
+        name[used++] = digits[--count];
+    }
+    name[used] = 0;
+}
+
+bool StartHelperBesideProgram(const wchar_t* pipeName) {
+    wchar_t program[520];
+    ProgramDirectory(program, 520);
+    WideAppend(program, 520, L"\\NetWorker64BitClient.exe");
+    wchar_t commandLine[256];
+    WideCopy(commandLine, 256, pipeName);
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process = {};
+    if (!CreateProcessW(program, commandLine, nullptr, nullptr, 0, 0, nullptr, nullptr, &startup,
+                        &process)) {
+        return false;
+    }
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    return true;
+}
+
 }  // namespace msvcrt

@@ -115,4 +115,11 @@ void ProgramDirectory(wchar_t* directory, size_t capacity);
 // quotes grouping. Returns how many were found, at most capacity.
 int SplitCommandLine(wchar_t* buffer, size_t bufferCapacity, wchar_t** arguments, int capacity);
 
+// "<prefix><process id * 1000 + number>": a pipe name no other process and no other session of
+// this process uses.
+void UniquePipeName(wchar_t* name, size_t capacity, const wchar_t* prefix, uint32_t number);
+// Starts NetWorker64BitClient.exe from this program's directory with the bare pipe name as its
+// command line, as a host's own launcher does; false (last error set) when it cannot start.
+bool StartHelperBesideProgram(const wchar_t* pipeName);
+
 }  // namespace msvcrt
