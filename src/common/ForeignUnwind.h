@@ -29,7 +29,7 @@ protected:
     virtual bool IsBoundary() const { return false; }
 
 private:
-    ForeignUnwindCleanup* m_outer;
+    ForeignUnwindCleanup* m_outer = nullptr;
     bool m_registered = true;
 };
 
