@@ -113,6 +113,7 @@ std::wstring CommandHelp(Command command) {
                 L"GLOB...)\n"
                 L"                      --to DIR [--flat] [--overwrite] [--on-disk-full "
                 L"retry|cancel]\n"
+                L"                      [--mode helper --jobs N]\n"
                 L"Restores the chosen files under DIR, each in the directories of its backup path\n"
                 L"(\"/First Storage Group/priv1.edb\" becomes DIR\\First Storage "
                 L"Group\\priv1.edb),\n"
@@ -132,7 +133,14 @@ std::wstring CommandHelp(Command command) {
                 L"a\n"
                 L"                         terminal to ask (default cancel); retry waits 5 "
                 L"seconds\n"
-                L"                         before each new try, 60 tries at most per file\n\n"
+                L"                         before each new try, 60 tries at most per file\n"
+                L"  --jobs N               with --mode helper: N sessions (1 to 16), each with "
+                L"its own\n"
+                L"                         helper, restore side by side, largest files first; "
+                L"helps\n"
+                L"                         when the server can feed several streams (a disk, "
+                L"not one\n"
+                L"                         tape drive)\n\n"
                 L"Ctrl+C cancels cleanly: the file being written is removed and the summary\n"
                 L"says what was restored. On a terminal a progress bar is drawn; otherwise\n"
                 L"progress lines are written to the error output.\n";
@@ -209,7 +217,7 @@ ParseOutcome ParseCommandLine(const std::vector<std::wstring>& args) {
             return help;
         } else if (arg == L"--server" || arg == L"--client" || arg == L"--log" ||
                    arg == L"--log-level" || arg == L"--mode" || arg == L"--to" ||
-                   arg == L"--on-disk-full" ||
+                   arg == L"--on-disk-full" || arg == L"--jobs" ||
                    ((arg == L"--after" || arg == L"--before") && forList)) {
             if (!value(&text)) {
                 return Fail(L"option " + arg + L" needs a value", command);
@@ -248,6 +256,17 @@ ParseOutcome ParseCommandLine(const std::vector<std::wstring>& args) {
                     return Fail(L"option --to belongs to restore", command);
                 }
                 options.to = text;
+            } else if (arg == L"--jobs") {
+                if (!forRestore) {
+                    return Fail(L"option --jobs belongs to restore", command);
+                }
+                uint32_t jobs = 0;
+                if (!ParseIndex(text, &jobs) || jobs < 1 || jobs > kMaxJobs) {
+                    return Fail(L"--jobs takes a number from 1 to " + std::to_wstring(kMaxJobs) +
+                                    L", got '" + text + L"'",
+                                command);
+                }
+                options.jobs = jobs;
             } else if (arg == L"--on-disk-full") {
                 if (!forRestore) {
                     return Fail(L"option --on-disk-full belongs to restore", command);
@@ -305,6 +324,13 @@ ParseOutcome ParseCommandLine(const std::vector<std::wstring>& args) {
     }
     if (options.hardenedPipe && options.mode != ExecutorMode::Helper) {
         return Fail(L"--hardened-pipe needs --mode helper: only the helper is reached by a pipe",
+                    command);
+    }
+    if (options.jobs > 1 && options.mode != ExecutorMode::Helper) {
+        return Fail(L"--jobs " + std::to_wstring(options.jobs) +
+                        L" needs --mode helper: in process the sessions' threads would share "
+                        L"NetWorker's libraries, which are not made for that; each helper "
+                        L"session has them in a process of its own",
                     command);
     }
     switch (options.command) {

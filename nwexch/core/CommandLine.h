@@ -42,7 +42,11 @@ struct Options {
     bool flat = false;
     bool overwrite = false;
     DiskFullPolicy onDiskFull = DiskFullPolicy::Ask;
+    // --jobs: helper sessions that restore side by side (1: one session, as without it).
+    uint32_t jobs = 1;
 };
+
+constexpr uint32_t kMaxJobs = 16;
 
 struct ParseOutcome {
     enum class Kind { Run, Help, Error };

@@ -1,6 +1,9 @@
 #include "HelperLauncher.h"
 
 #include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -8,7 +11,8 @@
 
 namespace {
 
-// The launcher is a plain function pointer, so the one helper of this run lives here.
+// The launcher is a plain function pointer, so each helper of this run is kept here under the
+// name of its pipe (a restore with --jobs has one per session).
 struct HelperState {
     UniqueHandle process;
     UniqueHandle connected{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
@@ -18,21 +22,33 @@ struct HelperState {
     DWORD startError = 0;
 };
 
-HelperState& State() {
-    static HelperState state;
-    return state;
+std::mutex g_helpersMutex;
+
+std::map<std::wstring, std::unique_ptr<HelperState>>& Helpers() {
+    static std::map<std::wstring, std::unique_ptr<HelperState>> helpers;
+    return helpers;
 }
 
-void Watch() {
-    HelperState& state = State();
-    HANDLE handles[2] = {state.process.get(), state.connected.get()};
+// The state of the helper for this pipe, made on first use; it lives as long as the run.
+HelperState& State(const std::wstring& pipeName) {
+    const std::lock_guard<std::mutex> lock(g_helpersMutex);
+    std::unique_ptr<HelperState>& state = Helpers()[pipeName];
+    if (!state) {
+        state = std::make_unique<HelperState>();
+        state->pipeName = pipeName;
+    }
+    return *state;
+}
+
+void Watch(HelperState* state) {
+    HANDLE handles[2] = {state->process.get(), state->connected.get()};
     if (WaitForMultipleObjects(2, handles, FALSE, INFINITE) != WAIT_OBJECT_0) {
         return;
     }
     // The helper died before it connected: the executor waits for a connection that will
     // never come. Connecting and closing at once releases it; it then fails on the pipe.
-    state.endedEarly = true;
-    const std::wstring path = L"\\\\.\\pipe\\" + state.pipeName;
+    state->endedEarly = true;
+    const std::wstring path = L"\\\\.\\pipe\\" + state->pipeName;
     UniqueFileHandle pipe(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                       OPEN_EXISTING, 0, nullptr));
 }
@@ -59,16 +75,16 @@ std::wstring HelperPath() {
     }
 }
 
-void MarkConnected() {
-    HelperState& state = State();
+void MarkConnected(const std::wstring& pipeName) {
+    HelperState& state = State(pipeName);
     SetEvent(state.connected.get());
     if (state.watcher.joinable()) {
         state.watcher.join();
     }
 }
 
-bool EndedBeforeConnecting(DWORD* exitCode) {
-    HelperState& state = State();
+bool EndedBeforeConnecting(const std::wstring& pipeName, DWORD* exitCode) {
+    HelperState& state = State(pipeName);
     if (!state.endedEarly || !state.process) {
         return false;
     }
@@ -77,13 +93,18 @@ bool EndedBeforeConnecting(DWORD* exitCode) {
     return true;
 }
 
-DWORD StartError() {
-    return State().startError;
+DWORD StartError(const std::wstring& pipeName) {
+    return State(pipeName).startError;
 }
 
-void WaitForExit() {
-    HelperState& state = State();
-    MarkConnected();
+DWORD ProcessId(const std::wstring& pipeName) {
+    const HelperState& state = State(pipeName);
+    return state.process ? GetProcessId(state.process.get()) : 0;
+}
+
+void WaitForExit(const std::wstring& pipeName) {
+    HelperState& state = State(pipeName);
+    MarkConnected(pipeName);
     if (!state.process) {
         return;
     }
@@ -97,7 +118,7 @@ void WaitForExit() {
 }  // namespace helper_process
 
 long LaunchHelperFromOwnDirectory(const wchar_t* pipeName) {
-    HelperState& state = State();
+    HelperState& state = State(pipeName);
     const std::wstring application = helper_process::HelperPath();
     std::vector<wchar_t> commandLine(pipeName, pipeName + wcslen(pipeName) + 1);
     STARTUPINFOW startup{};
@@ -114,7 +135,6 @@ long LaunchHelperFromOwnDirectory(const wchar_t* pipeName) {
     }
     UniqueHandle thread(info.hThread);
     state.process.reset(info.hProcess);
-    state.pipeName = pipeName;
-    state.watcher = std::thread(Watch);
+    state.watcher = std::thread(Watch, &state);
     return 0;
 }

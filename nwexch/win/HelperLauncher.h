@@ -1,6 +1,7 @@
 #pragma once
 // Starts NetWorker64BitClient.exe from nwexch.exe's own directory (never from the current
-// directory) for the out-of-process mode, and keeps an eye on it until it has connected.
+// directory) for the out-of-process mode, and keeps an eye on it until it has connected. Each
+// helper is known by the name of its pipe: a restore with --jobs runs one per session.
 
 #include <windows.h>
 
@@ -17,16 +18,19 @@ std::wstring HelperPath();
 
 // Call once the executor's Initialize has returned: from then on the helper is watched only
 // through the pipe.
-void MarkConnected();
+void MarkConnected(const std::wstring& pipeName);
 
 // True when the helper ended before it connected (the pipe was then opened and closed by the
 // watcher, so that the waiting executor is released); *exitCode receives its exit code.
-bool EndedBeforeConnecting(DWORD* exitCode);
+bool EndedBeforeConnecting(const std::wstring& pipeName, DWORD* exitCode);
 
 // Windows error of a failed start (0 when it started or was never asked to).
-DWORD StartError();
+DWORD StartError(const std::wstring& pipeName);
+
+// Process id of the helper started for the pipe (0 when none was).
+DWORD ProcessId(const std::wstring& pipeName);
 
 // After the pipe has been closed: give the helper time to finish, then make sure it is gone.
-void WaitForExit();
+void WaitForExit(const std::wstring& pipeName);
 
 }  // namespace helper_process

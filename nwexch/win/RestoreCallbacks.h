@@ -1,55 +1,66 @@
 #pragma once
-// The callbacks of a restore: progress of the whole run (with the cancellation test hook) and
-// the answer to a full disk.
+// The callbacks of a restore: progress of the whole run (with the cancellation test hook), each
+// session's progress callback, and the answer to a full disk.
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <mutex>
 #include <string>
+#include <vector>
 
 #include "CommandLine.h"
 #include "Console.h"
 #include "Formatting.h"
+#include "RestoreSchedule.h"
 #include "exports/NetWorkerXbsa.h"
 #include "interfaces/NetWorkerStatus.h"
 
-class ProgressReporter : public INetWorkerUpdateProgressCallBack {
+// Progress of the whole restore, shared by its sessions: bytes done of the total, the
+// aggregate rate, the time left and the files in flight. Thread-safe.
+class ProgressBoard {
 public:
-    ProgressReporter(uint64_t total, uint64_t cancelAfterBytes)
+    ProgressBoard(uint64_t total, uint64_t cancelAfterBytes)
         : m_total(total), m_cancelAfterBytes(cancelAfterBytes), m_start(GetTickCount64()) {}
+    ProgressBoard(const ProgressBoard&) = delete;
+    ProgressBoard& operator=(const ProgressBoard&) = delete;
 
     void StartFile(const std::wstring& label, uint64_t size) {
-        m_label = label;
-        m_fileBytes = 0;
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_inFlight.push_back(label);
         if (Console().ErrIsTerminal()) {
-            Show(true);
+            ShowLocked(true);
         } else {
             Console().Err(L"restoring " + label + L" (" + FormatCount(size) + L" bytes)\n");
         }
     }
 
-    bool UpdateProgress(NetWorkerProgressInfo* progress) override {
-        // bytesDone counts the bytes since the previous report, not a running total.
-        m_fileBytes += progress->bytesDone;
-        m_done += progress->bytesDone;
+    void Add(uint64_t bytes) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_done += bytes;
         if (m_cancelAfterBytes != 0 && m_done >= m_cancelAfterBytes) {
             RunCancellation().Request(L"cancelled by NWEXCH_CANCEL_AFTER_BYTES");
         }
-        Show(false);
-        return RunCancellation().Requested();
+        ShowLocked(false);
     }
 
-    void FileDone() {
+    void FileDone(const std::wstring& label) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = std::find(m_inFlight.begin(), m_inFlight.end(), label);
+        if (found != m_inFlight.end()) {
+            m_inFlight.erase(found);
+        }
         if (Console().ErrIsTerminal()) {
-            Show(true);
+            ShowLocked(true);
         }
     }
-    uint64_t FileBytes() const { return m_fileBytes; }
+
     uint64_t ElapsedMs() const { return GetTickCount64() - m_start; }
     void Finish() { Console().DrawProgress(std::wstring()); }
 
 private:
-    void Show(bool force) {
+    void ShowLocked(bool force) {
         const uint64_t now = GetTickCount64();
         m_meter.Add(now - m_start, m_done);
         const bool terminal = Console().ErrIsTerminal();
@@ -64,7 +75,7 @@ private:
         snapshot.bytesPerSecond = m_meter.BytesPerSecond();
         snapshot.etaKnown =
             m_total > m_done && m_meter.SecondsLeft(m_total - m_done, &snapshot.secondsLeft);
-        snapshot.label = m_label;
+        snapshot.label = m_inFlight.empty() ? std::wstring() : InFlightLabel(m_inFlight);
         if (terminal) {
             Console().DrawProgress(FormatProgressBar(snapshot, Console().ErrWidth()));
         } else {
@@ -72,14 +83,38 @@ private:
         }
     }
 
+    std::mutex m_mutex;
     uint64_t m_total;
     uint64_t m_cancelAfterBytes;
     uint64_t m_start;
     uint64_t m_done = 0;
-    uint64_t m_fileBytes = 0;
     uint64_t m_lastShown = 0;
-    std::wstring m_label;
+    std::vector<std::wstring> m_inFlight;  // backup paths, in the order they started
     RateMeter m_meter;
+};
+
+// One session's progress callback: its reports go to the board, and once the run is cancelled
+// (Ctrl+C, the test hook, a full disk answered with cancel) it answers "stop".
+class SessionProgress : public INetWorkerUpdateProgressCallBack {
+public:
+    explicit SessionProgress(ProgressBoard& board) : m_board(board) {}
+
+    void StartFile(const std::wstring& label, uint64_t size) {
+        m_label = label;
+        m_board.StartFile(label, size);
+    }
+
+    bool UpdateProgress(NetWorkerProgressInfo* progress) override {
+        // bytesDone counts the bytes since the previous report, not a running total.
+        m_board.Add(progress->bytesDone);
+        return RunCancellation().Requested();
+    }
+
+    void FileDone() { m_board.FileDone(m_label); }
+
+private:
+    ProgressBoard& m_board;
+    std::wstring m_label;
 };
 
 // Answers the executor's questions during extraction: only a full disk needs an answer.
@@ -113,6 +148,10 @@ public:
 
 private:
     uint32_t Decide() {
+        // The sessions of a restore with --jobs ask one at a time; the answer that one of them
+        // cancels with is then every later one's too.
+        static std::mutex questions;
+        const std::lock_guard<std::mutex> lock(questions);
         if (RunCancellation().Requested()) {
             return kCancel;
         }

@@ -23,9 +23,14 @@ std::wstring ComputerName() {
     return std::wstring(buffer, size);
 }
 
-std::wstring UniquePipeName() {
-    return L"nwexch-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-           std::to_wstring(GetTickCount64());
+// "nwexch-PID-TICKS", and "-N" after it for the further sessions of a restore with --jobs.
+std::wstring UniquePipeName(unsigned sessionNumber) {
+    std::wstring name = L"nwexch-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                        std::to_wstring(GetTickCount64());
+    if (sessionNumber != 0) {
+        name += L"-" + std::to_wstring(sessionNumber);
+    }
+    return name;
 }
 
 bool CheckName(const wchar_t* option, const std::wstring& name, std::string* narrow,
@@ -88,7 +93,8 @@ std::wstring FromNarrow(const char* text) {
     return wide;
 }
 
-bool Session::Open(const Options& options, std::wstring* problem, int* exitCode) {
+bool Session::Open(const Options& options, std::wstring* problem, int* exitCode,
+                   unsigned sessionNumber) {
     *exitCode = ExitUsage;
     std::string server;
     std::string client;
@@ -109,7 +115,8 @@ bool Session::Open(const Options& options, std::wstring* problem, int* exitCode)
             *problem = L"could not create the pipe connection (is TarnLog.dll working?)";
             return false;
         }
-        if (!AllocateNetWorkerNamedPipeExecutor(&m_executor, UniquePipeName().c_str(), m_connection,
+        m_pipeName = UniquePipeName(sessionNumber);
+        if (!AllocateNetWorkerNamedPipeExecutor(&m_executor, m_pipeName.c_str(), m_connection,
                                                 &LaunchHelperFromOwnDirectory)) {
             *problem = L"could not create the out-of-process executor";
             return false;
@@ -134,14 +141,14 @@ bool Session::Open(const Options& options, std::wstring* problem, int* exitCode)
         failure = L"the pipe to the helper program failed: " + FromNarrow(e.what());
     }
     if (m_helper) {
-        helper_process::MarkConnected();
+        helper_process::MarkConnected(m_pipeName);
         DWORD exitStatus = 0;
-        if (helper_process::StartError() != 0) {
+        if (helper_process::StartError(m_pipeName) != 0) {
             *problem =
                 L"could not start " + helper_process::HelperPath() + L": " + FormatStatus(status);
             return false;
         }
-        if (helper_process::EndedBeforeConnecting(&exitStatus)) {
+        if (helper_process::EndedBeforeConnecting(m_pipeName, &exitStatus)) {
             *problem = L"the helper program " + helper_process::HelperPath() +
                        L" ended (exit code " + std::to_wstring(exitStatus) +
                        L") before it connected";
@@ -185,7 +192,7 @@ Session::~Session() {
     if (m_wrapper != nullptr) {
         FreeNetWorkerApiWrapper(m_wrapper);
     }
-    if (m_helper) {
-        helper_process::WaitForExit();
+    if (m_helper && !m_pipeName.empty()) {
+        helper_process::WaitForExit(m_pipeName);
     }
 }

@@ -1,0 +1,72 @@
+#include "RestoreSchedule.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace {
+
+CatalogueRow Row(uint32_t index, const wchar_t* path) {
+    CatalogueRow row;
+    row.index = index;
+    row.path = path;
+    return row;
+}
+
+}  // namespace
+
+TEST(LargestFirst, BiggestFilesFirstAndTheSameSizeInThePlansOrder) {
+    // Plan order is restore order; a database of 300 MB and two logs of 1 MiB.
+    EXPECT_EQ(LargestFirst({1048576, 300000000, 8192, 1048576, 300000000}),
+              (std::vector<size_t>{1, 4, 0, 3, 2}));
+    EXPECT_TRUE(LargestFirst({}).empty());
+}
+
+TEST(CatalogueDifference, TheSameFilesAtTheSameIndexesMatch) {
+    const std::vector<CatalogueRow> first = {Row(0, L"/SG/a.edb"), Row(1, L"/SG/b.log")};
+    EXPECT_EQ(CatalogueDifference(first, first), L"");
+    EXPECT_EQ(CatalogueDifference(first, {Row(0, L"/SG/a.edb")}),
+              L"it lists 1 files, the first session 2");
+    EXPECT_EQ(CatalogueDifference(first, {Row(0, L"/SG/a.edb"), Row(1, L"/SG/c.log")}),
+              L"index 1 is /SG/c.log there, /SG/b.log for the first session");
+}
+
+TEST(FileQueue, EveryPositionIsHandedOutOnceAcrossThreads) {
+    std::vector<size_t> order(1000);
+    for (size_t i = 0; i < order.size(); ++i) {
+        order[i] = order.size() - 1 - i;
+    }
+    FileQueue queue(order);
+    std::vector<std::vector<size_t>> taken(4);
+    std::vector<std::thread> sessions;
+    for (auto& mine : taken) {
+        sessions.emplace_back([&queue, &mine] {
+            size_t position = 0;
+            while (queue.Next(&position)) {
+                mine.push_back(position);
+            }
+        });
+    }
+    for (std::thread& session : sessions) {
+        session.join();
+    }
+    std::multiset<size_t> all;
+    for (const auto& mine : taken) {
+        // Each session takes them in the queue's order.
+        for (size_t i = 1; i < mine.size(); ++i) {
+            EXPECT_GT(mine[i - 1], mine[i]);
+        }
+        all.insert(mine.begin(), mine.end());
+    }
+    EXPECT_EQ(all.size(), order.size());
+    EXPECT_EQ(std::set<size_t>(all.begin(), all.end()).size(), order.size());
+}
+
+TEST(InFlightLabel, OneFileAsItIsSeveralByName) {
+    EXPECT_EQ(InFlightLabel({L"/First Storage Group/E00.chk"}), L"/First Storage Group/E00.chk");
+    EXPECT_EQ(InFlightLabel({L"/SG/a.edb", L"/SG/b.stm", L"c.log"}),
+              L"3 files: a.edb, b.stm, c.log");
+    EXPECT_EQ(InFlightLabel({}), L"0 files:");
+}
