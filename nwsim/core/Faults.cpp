@@ -110,6 +110,14 @@ bool ParseEntry(std::string_view entry, FaultPlan& plan, std::string& error) {
         error = bad + " (declared|oversized)";
         return false;
     }
+    if (key == "nsrinfo.delay") {
+        if (!ParseNumber(value, number) || number > 600000) {
+            error = bad + " (0..600000 milliseconds)";
+            return false;
+        }
+        plan.nsrinfoDelayMs = static_cast<uint32_t>(number);
+        return true;
+    }
     if (key == "nsrinfo.exit") {
         if (!ParseSigned32(value, plan.nsrinfoExit)) {
             error = bad;

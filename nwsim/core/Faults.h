@@ -10,6 +10,7 @@
 //   records=declared|oversized          oversized: every call behaves as a library whose
 //                                       records are 4096 bytes longer than xbsa.h declares
 //                                       (OversizedRecords.h)
+//   nsrinfo.delay=<milliseconds>        nsrinfo.exe waits this long before it answers
 //   nsrinfo.exit=<code>                 nsrinfo.exe prints its normal output and exits <code>
 //   nsrinfo.output=normal|spaced|late|long-value|empty|flood
 // A later entry for the same setting replaces an earlier one. Call faults add up; when several
@@ -56,6 +57,7 @@ struct FaultPlan {
     uint32_t bufferLen = 16384;
     uint64_t throttleBytesPerSecond = 0;
     bool oversizedRecords = false;
+    uint32_t nsrinfoDelayMs = 0;
     int32_t nsrinfoExit = 0;
     NsrinfoOutput nsrinfoOutput = NsrinfoOutput::Normal;
 

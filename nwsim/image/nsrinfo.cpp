@@ -63,6 +63,8 @@ int main() {
     if (!nwsim::ParseFaults(nwsim::ReadFaultText(root), faults, error)) {
         return Finish(commandLine, 1, error);
     }
+    // A slow tool: what the library waits for, and what tests change the store behind.
+    Sleep(faults.nsrinfoDelayMs);
     const nwsim::StoreLayout layout{root};
     std::error_code ec;
     if (!std::filesystem::is_directory(layout.ServerDir(request.server), ec)) {

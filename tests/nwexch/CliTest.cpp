@@ -5,12 +5,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <tlhelp32.h>
 
 #include "SimulatorFixture.h"
 #include "TestFiles.h"
@@ -287,9 +290,20 @@ protected:
                    L"/Third Storage Group/E02000B1.log", L"--size", L"4096", L"--resource-type",
                    L"L", L"--create-time", L"2024-05-01 10:00:00"});
         ASSERT_EQ(add.exitCode, 0u) << add.err;
+        // Four databases of 4 MiB for the sessions of --jobs to be busy with side by side.
+        for (int i = 1; i <= 4; ++i) {
+            const Result big = Admin({L"add", L"--server", kServer, L"--client", kClient, L"--path",
+                                      BigDatabase(i), L"--size", L"4194304", L"--resource-type",
+                                      L"D", L"--create-time", L"2024-05-08 23:59:30"});
+            ASSERT_EQ(big.exitCode, 0u) << big.err;
+        }
     }
 
     static void TearDownTestSuite() { Simulator().reset(); }
+
+    static std::wstring BigDatabase(int number) {
+        return L"/Fifth Storage Group/Big " + std::to_wstring(number) + L".edb";
+    }
 
     static std::wstring Destination(const wchar_t* name) { return Work() + L"\\" + name; }
 };
@@ -508,6 +522,179 @@ TEST_F(NwexchCli, BadArgumentsExitWithUsage) {
     const Result help = RunProgram(L"nwexch.exe", {L"restore", L"--help"});
     EXPECT_EQ(help.exitCode, 0u);
     EXPECT_TRUE(Contains(help.out, "Exit codes:"));
+}
+
+// --- restore --jobs N: several helper sessions side by side ---
+
+// The helper programs that the one running nwexch.exe has started.
+std::vector<DWORD> HelpersOfRunningNwexch() {
+    std::vector<DWORD> nwexch;
+    std::vector<std::pair<DWORD, DWORD>> helpers;  // process, parent
+    UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Process32FirstW(snapshot.get(), &entry); more;
+         more = Process32NextW(snapshot.get(), &entry)) {
+        if (_wcsicmp(entry.szExeFile, L"nwexch.exe") == 0) {
+            nwexch.push_back(entry.th32ProcessID);
+        } else if (_wcsicmp(entry.szExeFile, L"NetWorker64BitClient.exe") == 0) {
+            helpers.emplace_back(entry.th32ProcessID, entry.th32ParentProcessID);
+        }
+    }
+    std::vector<DWORD> children;
+    for (const auto& [helper, parent] : helpers) {
+        if (std::find(nwexch.begin(), nwexch.end(), parent) != nwexch.end()) {
+            children.push_back(helper);
+        }
+    }
+    return children;
+}
+
+// Waits (up to 30 s) until the running nwexch has `count` helpers; their ids, or fewer.
+std::vector<DWORD> AwaitHelpers(size_t count) {
+    std::vector<DWORD> helpers;
+    for (int i = 0; i < 300 && helpers.size() < count; ++i) {
+        Sleep(100);
+        helpers = HelpersOfRunningNwexch();
+    }
+    return helpers;
+}
+
+// Waits (up to 30 s) until the simulator's journal has a line starting with `call`.
+bool AwaitJournalLine(const std::string& call) {
+    for (int i = 0; i < 300; ++i) {
+        if (!Simulator()->JournalLinesOf(call).empty()) {
+            return true;
+        }
+        Sleep(100);
+    }
+    return false;
+}
+
+TEST_F(NwexchCli, JobsRestoreTheSameBytesWithOneTwoFourAndEightSessions) {
+    const wchar_t* const names[] = {L"Mailbox Store 2 (EX01).edb",
+                                    L"Mailbox Store 2 (EX01).stm",
+                                    L"E01.chk",
+                                    L"E01000A1.log",
+                                    L"E01000A2.log",
+                                    L"E01tmp.log"};
+    // Eight sessions for six files: no more sessions than files are opened.
+    for (const wchar_t* jobs : {L"1", L"2", L"4", L"8"}) {
+        const std::wstring to = Destination(L"jobs-") + jobs;
+        const Result result = Nwexch(
+            {L"restore", L"--match", L"/Second Storage Group/*", L"--to", to, L"--jobs", jobs},
+            L"helper");
+        ASSERT_EQ(result.exitCode, 0u) << Narrow(jobs) << result.out << result.err;
+        EXPECT_TRUE(Contains(result.out, "Restored 6 of 6 files")) << result.out;
+        EXPECT_EQ(FilesBelow(to).size(), 6u);
+        for (const wchar_t* name : names) {
+            EXPECT_TRUE(Verify(std::wstring(L"/Second Storage Group/") + name,
+                               to + L"\\Second Storage Group\\" + name))
+                << Narrow(jobs) << " " << Narrow(name);
+        }
+    }
+}
+
+TEST_F(NwexchCli, JobsWithTheHardenedPipe) {
+    const std::wstring to = Destination(L"jobs-hardened");
+    const Result result = Nwexch({L"restore", L"--hardened-pipe", L"--jobs", L"3", L"--match",
+                                  L"/second storage group/*.LOG", L"--to", to, L"--flat"},
+                                 L"helper");
+    ASSERT_EQ(result.exitCode, 0u) << result.out << result.err;
+    for (const wchar_t* name : {L"E01000A1.log", L"E01000A2.log", L"E01tmp.log"}) {
+        EXPECT_TRUE(Verify(std::wstring(L"/Second Storage Group/") + name, to + L"\\" + name));
+    }
+}
+
+TEST_F(NwexchCli, JobsInProcessIsAUsageErrorThatSaysWhy) {
+    const Result result =
+        Nwexch({L"restore", L"--jobs", L"2", L"--match", L"*", L"--to", Destination(L"x")});
+    EXPECT_EQ(result.exitCode, 1u);
+    EXPECT_TRUE(Contains(result.err, "--jobs 2 needs --mode helper")) << result.err;
+    EXPECT_TRUE(Contains(result.err, "NetWorker's libraries")) << result.err;
+    const Result tooMany = Nwexch(
+        {L"restore", L"--jobs", L"17", L"--match", L"*", L"--to", Destination(L"x")}, L"helper");
+    EXPECT_EQ(tooMany.exitCode, 1u);
+    EXPECT_TRUE(Contains(tooMany.err, "--jobs takes a number from 1 to 16")) << tooMany.err;
+}
+
+// One of four sessions loses its helper in the middle of a file: that file is reported failed
+// with the status and its meaning, the other sessions finish theirs, exit code 3.
+TEST_F(NwexchCli, JobsGoOnWhenOneHelperIsKilled) {
+    const std::wstring to = Destination(L"jobs-killed");
+    Result result;
+    std::thread restore([&] {
+        // 4 MiB each at 1 MiB/s: four seconds in flight, side by side.
+        result = Nwexch(
+            {L"restore", L"--match", L"/Fifth Storage Group/*", L"--to", to, L"--jobs", L"4"},
+            L"helper", {{L"NWSIM_FAULTS", L"throttle=1048576"}});
+    });
+    const std::vector<DWORD> helpers = AwaitHelpers(4);
+    bool killed = false;
+    if (helpers.size() == 4) {
+        Sleep(1500);
+        UniqueHandle victim(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, helpers[2]));
+        killed = victim && TerminateProcess(victim.get(), 9);
+    }
+    restore.join();
+    ASSERT_TRUE(killed) << helpers.size() << " helpers; " << result.out << result.err;
+    EXPECT_EQ(result.exitCode, 3u) << result.out << result.err;
+    EXPECT_TRUE(Contains(result.out, "Restored 3 of 4 files")) << result.out;
+    EXPECT_TRUE(Contains(result.out, "FAILED")) << result.out;
+    EXPECT_TRUE(Contains(result.out, "109")) << result.out;
+    size_t restored = 0;
+    for (int i = 1; i <= 4; ++i) {
+        const std::wstring file =
+            to + L"\\Fifth Storage Group\\Big " + std::to_wstring(i) + L".edb";
+        if (GetFileAttributesW(file.c_str()) != INVALID_FILE_ATTRIBUTES) {
+            EXPECT_TRUE(Verify(BigDatabase(i), file)) << i;
+            ++restored;
+        }
+    }
+    EXPECT_EQ(restored, 3u);
+    // The lost file's partial copy is removed once its helper is gone.
+    EXPECT_EQ(FilesBelow(to).size(), 3u);
+}
+
+// Ctrl+C (the test hook) while four sessions are in flight: every session stops, nothing is
+// left behind, exit code 4.
+TEST_F(NwexchCli, JobsCancelledLeaveNoFileBehind) {
+    const std::wstring to = Destination(L"jobs-cancelled");
+    const Result result = Nwexch(
+        {L"restore", L"--match", L"/Fifth Storage Group/*", L"--to", to, L"--jobs", L"4"},
+        L"helper",
+        {{L"NWSIM_FAULTS", L"throttle=1048576"}, {L"NWEXCH_CANCEL_AFTER_BYTES", L"2097152"}});
+    EXPECT_EQ(result.exitCode, 4u) << result.out << result.err;
+    EXPECT_TRUE(Contains(result.out, "Restored 0 of 4 files")) << result.out;
+    EXPECT_EQ(FilesBelow(to).size(), 0u);
+}
+
+// The backup changes between the first session's catalogue and the next one's: the restore is
+// refused before anything is written.
+TEST_F(NwexchCli, JobsRefuseACatalogueThatChangedBetweenSessions) {
+    const std::wstring to = Destination(L"jobs-changed");
+    Simulator()->ClearJournal();
+    Result result;
+    std::thread restore([&] {
+        // nsrinfo.exe answers after two seconds: the exact sizes are asked for between the
+        // first session's catalogue and the others'.
+        result = Nwexch(
+            {L"restore", L"--match", L"/Second Storage Group/*.log", L"--to", to, L"--jobs", L"2"},
+            L"helper", {{L"NWSIM_FAULTS", L"nsrinfo.delay=2000"}});
+    });
+    const bool catalogued = AwaitJournalLine("BSAEndTxn");
+    const Result add = Admin({L"add", L"--server", kServer, L"--client", kClient, L"--path",
+                              L"/Sixth Storage Group/E05000C1.log", L"--size", L"4096",
+                              L"--resource-type", L"L", L"--create-time", L"2024-05-08 23:59:30"});
+    restore.join();
+    ASSERT_TRUE(catalogued);
+    ASSERT_EQ(add.exitCode, 0u) << add.err;
+    EXPECT_EQ(result.exitCode, 2u) << result.out << result.err;
+    EXPECT_TRUE(Contains(result.err, "sees another catalogue than the first one")) << result.err;
+    EXPECT_TRUE(Contains(result.err, "the backup changed between the sessions' queries"))
+        << result.err;
+    EXPECT_EQ(FilesBelow(to).size(), 0u);
+    // The object stays for the tests after this one; it changes no index before it.
 }
 
 // Last: it deletes the service, then puts it back.

@@ -104,3 +104,19 @@ TEST(Faults, EmptyTextMeansNoFaults) {
 }
 
 }  // namespace
+
+TEST(Faults, RecordsAndNsrinfoDelaySettings) {
+    FaultPlan plan;
+    std::string error;
+    EXPECT_FALSE(plan.oversizedRecords);
+    EXPECT_EQ(plan.nsrinfoDelayMs, 0u);
+    ASSERT_TRUE(ParseFaults("records=oversized;nsrinfo.delay=2500", plan, error)) << error;
+    EXPECT_TRUE(plan.oversizedRecords);
+    EXPECT_EQ(plan.nsrinfoDelayMs, 2500u);
+    ASSERT_TRUE(ParseFaults("records=declared", plan, error)) << error;
+    EXPECT_FALSE(plan.oversizedRecords);
+    for (const char* bad : {"records=larger", "nsrinfo.delay=-1", "nsrinfo.delay=600001"}) {
+        FaultPlan refused;
+        EXPECT_FALSE(ParseFaults(bad, refused, error)) << bad;
+    }
+}
