@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The main job end to end, as an administrator runs it, against the simulated NetWorker:
-# install it, seed an Exchange backup, list it, restore one storage group in process and
-# through the helper program, verify every restored byte, report. Usage: scripts/demo.sh BUILD
+# install it, seed an Exchange backup, list it, restore one storage group in process, through
+# the helper program, and through four helper sessions side by side (--jobs 4), verify every
+# restored byte, report. Usage: scripts/demo.sh BUILD
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -37,16 +38,20 @@ echo "== nwexch list"
 
 failures=0
 report=()
-for mode in in-process helper; do
-  out=$demo/restored-$mode
-  echo "== nwexch restore --match \"$group/*\" --mode $mode"
+# label, mode, further options
+runs=("in-process in-process" "helper helper" "helper-jobs4 helper --jobs 4")
+for entry in "${runs[@]}"; do
+  read -r label mode extra <<<"$entry"
+  out=$demo/restored-$label
+  echo "== nwexch restore --match \"$group/*\" --mode $mode${extra:+ $extra}"
   start=$(date +%s%N)
   status=0
+  # shellcheck disable=SC2086 # $extra is options, split on purpose
   "$run" "$bin/nwexch.exe" restore --server "$server" --client "$client" --mode "$mode" \
-    --match "$group/*" --to "$(winpath "$out")" || status=$?
+    $extra --match "$group/*" --to "$(winpath "$out")" || status=$?
   end=$(date +%s%N)
   if [ "$status" -ne 0 ]; then
-    echo "demo: restore in mode $mode ended with exit code $status" >&2
+    echo "demo: restore $label ended with exit code $status" >&2
     failures=$((failures + 1))
   fi
 
@@ -64,13 +69,13 @@ for mode in in-process helper; do
     fi
   done < <(find "$out" -type f -print0 2>/dev/null)
   if [ "$files" -eq 0 ]; then
-    echo "demo: nothing was restored in mode $mode" >&2
+    echo "demo: nothing was restored by $label" >&2
     failures=$((failures + 1))
   fi
   ms=$(((end - start) / 1000000))
   rate=$(awk -v b="$bytes" -v ms="$ms" 'BEGIN { printf "%.1f", (ms > 0 ? b / 1000000 / (ms / 1000) : 0) }')
-  report+=("$(printf '%-10s  %2d files  %10d bytes  %6.1f s  %7s MB/s  %d of %d verified' \
-    "$mode" "$files" "$bytes" "$(awk -v ms="$ms" 'BEGIN { print ms / 1000 }')" "$rate" \
+  report+=("$(printf '%-12s  %2d files  %10d bytes  %6.1f s  %7s MB/s  %d of %d verified' \
+    "$label" "$files" "$bytes" "$(awk -v ms="$ms" 'BEGIN { print ms / 1000 }')" "$rate" \
     "$verified" "$files")")
 done
 
