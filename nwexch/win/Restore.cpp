@@ -274,6 +274,7 @@ SessionRun ExtractThroughSession(Session& session, const Options& options, const
     if (end != 0) {
         Error(L"NetWorker could not end the extraction cleanly: " + FormatStatus(end));
     }
+    session.Executor()->Quit();
     return run;
 }
 

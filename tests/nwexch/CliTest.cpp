@@ -669,6 +669,23 @@ TEST_F(NwexchCli, JobsCancelledLeaveNoFileBehind) {
     EXPECT_EQ(FilesBelow(to).size(), 0u);
 }
 
+// A full disk with two sessions writing: the answer (cancel) holds for both, nothing is left.
+TEST_F(NwexchCli, JobsShareTheAnswerToAFullDisk) {
+    const std::wstring tiny = Env(L"NWEXCH_TEST_TINY");
+    if (tiny.empty()) {
+        GTEST_SKIP() << "no 1 MiB disk: " << Narrow(Env(L"NWEXCH_TEST_TINY_SKIP"));
+    }
+    const Result result =
+        Nwexch({L"restore", L"--match", L"/Fifth Storage Group/Big [12].edb", L"--to", tiny,
+                L"--flat", L"--on-disk-full", L"cancel", L"--jobs", L"2"},
+               L"helper");
+    EXPECT_EQ(result.exitCode, 4u) << result.out << result.err;
+    EXPECT_TRUE(Contains(result.err, "the disk is full")) << result.err;
+    EXPECT_TRUE(Contains(result.out, "Restored 0 of 2 files")) << result.out;
+    const std::vector<std::wstring> files = FilesBelow(tiny);
+    EXPECT_TRUE(files.empty()) << Narrow(files.empty() ? L"" : files[0]);
+}
+
 // The backup changes between the first session's catalogue and the next one's: the restore is
 // refused before anything is written.
 TEST_F(NwexchCli, JobsRefuseACatalogueThatChangedBetweenSessions) {
