@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "../../tests/conformance/TestPrograms.h"
 #include "SimulatorFixture.h"
 #include "TestFiles.h"
-#include "common/UniqueHandle.h"
 
 namespace {
 
@@ -21,41 +21,13 @@ constexpr int kDatabases = 8;
 constexpr uint64_t kDatabaseBytes = 64ull << 20;
 constexpr uint64_t kStreamBytesPerSecond = 32ull << 20;
 
-std::wstring ProgramDirectory() {
-    wchar_t path[MAX_PATH];
-    const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring program(path, length);
-    return program.substr(0, program.find_last_of(L"\\/") + 1);
-}
-
 // Runs nwexch.exe with these arguments and NWSIM_FAULTS (for it and its helpers); returns its
 // exit code, or -1 when it could not start. Its output goes nowhere.
 int RunNwexch(const std::wstring& arguments, const std::wstring& faults) {
-    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
-    UniqueFileHandle nul(CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
-                                     FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING, 0,
-                                     nullptr));
-    std::wstring commandLine = L"\"" + ProgramDirectory() + L"nwexch.exe\" " + arguments;
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = nul.get();
-    startup.hStdOutput = nul.get();
-    startup.hStdError = nul.get();
     SetEnvironmentVariableW(L"NWSIM_FAULTS", faults.empty() ? nullptr : faults.c_str());
-    PROCESS_INFORMATION info{};
-    const BOOL started = CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, TRUE, 0,
-                                        nullptr, nullptr, &startup, &info);
+    const int exitCode = RunTestProgram(L"nwexch.exe", arguments, true);
     SetEnvironmentVariableW(L"NWSIM_FAULTS", nullptr);
-    if (!started) {
-        return -1;
-    }
-    UniqueHandle process(info.hProcess);
-    UniqueHandle thread(info.hThread);
-    WaitForSingleObject(process.get(), INFINITE);
-    DWORD exitCode = 0;
-    GetExitCodeProcess(process.get(), &exitCode);
-    return static_cast<int>(exitCode);
+    return exitCode;
 }
 
 // Wall seconds of one whole restore of the eight databases into a new directory, or -1 when

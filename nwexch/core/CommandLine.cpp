@@ -73,7 +73,8 @@ std::wstring GeneralHelp() {
                L"  list      show the catalogue of Exchange files of a client's latest backups\n"
                L"  size      show the size of catalogued files\n"
                L"  restore   restore catalogued files to a directory\n\n"
-               L"'nwexch COMMAND --help' describes each command.\n\n") +
+               L"'nwexch COMMAND --help' describes each command; 'nwexch --version' prints "
+               L"the version.\n\n") +
            kCommonOptions + L"\n" + kExitCodes;
 }
 

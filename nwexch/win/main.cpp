@@ -11,8 +11,17 @@
 #include "Console.h"
 #include "Session.h"
 
+#define NWX_WIDEN_INNER(text) L##text
+#define NWX_WIDEN(text) NWX_WIDEN_INNER(text)
+#define NWX_VERSION_WIDE NWX_WIDEN(NWX_VERSION)
+
 int wmain(int argc, wchar_t** argv) {
     std::vector<std::wstring> args(argv + 1, argv + argc);
+    if (args.size() == 1 && (args[0] == L"--version" || args[0] == L"version")) {
+        // The version the build stamps into every binary of the product.
+        Console().Out(L"nwexch " NWX_VERSION_WIDE L" (NetWorkerXbsa)\n");
+        return ExitOk;
+    }
     const ParseOutcome parsed = ParseCommandLine(args);
     if (parsed.kind != ParseOutcome::Kind::Run) {
         if (parsed.kind == ParseOutcome::Kind::Help) {

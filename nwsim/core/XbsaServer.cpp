@@ -541,11 +541,12 @@ BSA_Int32 XbsaServer::GetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) {
         rc = *forced;
     } else if (session == nullptr) {
         rc = BSA_RC_INVALID_HANDLE;
-    } else if (dataBlock == nullptr) {
+    } else if (dataBlock == nullptr) {  // NOLINT(bugprone-branch-clone): see the buffer below
         rc = BSA_RC_NULL_ARGUMENT;
     } else if (!session->transfer || session->transfer->finished) {
         rc = BSA_RC_INVALID_CALL_SEQUENCE;
     } else if (dataBlock->bufferPtr == nullptr) {
+        // A missing buffer is looked at only once the call comes in its right order.
         rc = BSA_RC_NULL_ARGUMENT;
     } else if (numBytesIn == 0 && session->transfer->reader.Remaining() != 0) {
         rc = BSA_RC_BUFFER_TOO_SMALL;

@@ -84,7 +84,7 @@ CatalogueMemory& DefaultCatalogueMemory();
 // the chunks go with the pool, which is when the executor is destroyed.
 class CatalogueStringPool : public CatalogueMemory {
 public:
-    static constexpr size_t kChunkBytes = 64 * 1024;
+    static constexpr size_t kChunkBytes = size_t{64} * 1024;
 
     char* AllocateString(size_t bytes) override;
     void FreeString(char* text) override;
