@@ -1,5 +1,5 @@
 # The project's front door: `make test`, `make demo`, `make bench`.
-.PHONY: all deps build sdk test test-windows test-native bench demo fuzz format clean
+.PHONY: all deps build sdk dist test test-windows test-native bench demo fuzz format clean
 
 all: build
 
@@ -13,6 +13,11 @@ build: deps
 # The SDK for Visual C++ hosts in build/sdk (every Windows build makes it too).
 sdk: build
 	cmake --build --preset windows --target sdk
+
+# The release files in build/dist: the versioned SDK archive and the NuGet package, each with
+# its SHA-256 file.
+dist: build
+	cmake --build --preset windows --target dist
 
 test-windows: build
 	ctest --preset windows

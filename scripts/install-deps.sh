@@ -4,7 +4,7 @@ set -euo pipefail
 packages=(
   cmake make g++ clang libclang-rt-14-dev lld llvm
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
-  wine wine64 googletest util-linux
+  wine wine64 googletest util-linux python3
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -1,0 +1,44 @@
+#include "HostProgram.h"
+
+#include "common/UniqueHandle.h"
+
+HostRun RunHost(const std::wstring& directory, const wchar_t* program,
+                const std::wstring& arguments) {
+    HostRun run;
+    SECURITY_ATTRIBUTES inheritable = {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    HANDLE readRaw = nullptr;
+    HANDLE writeRaw = nullptr;
+    if (!CreatePipe(&readRaw, &writeRaw, &inheritable, 0)) {
+        return run;
+    }
+    UniqueHandle readEnd(readRaw);
+    UniqueHandle writeEnd(writeRaw);
+    SetHandleInformation(readEnd.get(), HANDLE_FLAG_INHERIT, 0);
+
+    const std::wstring path = directory + L"\\" + program;
+    std::wstring commandLine = L"\"" + path + L"\" " + arguments;
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = writeEnd.get();
+    startup.hStdError = writeEnd.get();
+    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    PROCESS_INFORMATION process = {};
+    if (!CreateProcessW(path.c_str(), &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr,
+                        directory.c_str(), &startup, &process)) {
+        run.output = "CreateProcessW failed " + std::to_string(GetLastError());
+        return run;
+    }
+    UniqueHandle processHandle(process.hProcess);
+    UniqueHandle threadHandle(process.hThread);
+    writeEnd.reset();
+    char buffer[4096];
+    DWORD read = 0;
+    while (ReadFile(readEnd.get(), buffer, sizeof buffer, &read, nullptr) && read > 0) {
+        run.output.append(buffer, read);
+    }
+    WaitForSingleObject(processHandle.get(), INFINITE);
+    GetExitCodeProcess(processHandle.get(), &run.exitCode);
+    return run;
+}
+
