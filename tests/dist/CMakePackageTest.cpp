@@ -32,8 +32,8 @@ protected:
     void ExpectWholeSession(const wchar_t* mode) {
         ASSERT_TRUE(s_simulator->Ready()) << s_simulator->Failure();
         const std::wstring restored = m_scratch.Child(std::wstring(L"restored-") + mode);
-        const HostRun run =
-            RunHost(HostDirectory(), L"cmake_host.exe", std::wstring(mode) + L" \"" + restored + L"\"");
+        const HostRun run = RunHost(HostDirectory(), L"cmake_host.exe",
+                                    std::wstring(mode) + L" \"" + restored + L"\"");
         EXPECT_EQ(run.exitCode, 0u) << run.output;
         EXPECT_TRUE(run.Has("initialize status=0")) << run.output;
         EXPECT_TRUE(run.Has("catalog status=0 files=14")) << run.output;

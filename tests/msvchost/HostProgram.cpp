@@ -41,4 +41,3 @@ HostRun RunHost(const std::wstring& directory, const wchar_t* program,
     GetExitCodeProcess(processHandle.get(), &run.exitCode);
     return run;
 }
-

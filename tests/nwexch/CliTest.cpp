@@ -519,6 +519,9 @@ TEST_F(NwexchCli, BadArgumentsExitWithUsage) {
         Nwexch({L"restore", L"--match", L"*.nothing", L"--to", Destination(L"none")});
     EXPECT_EQ(noMatch.exitCode, 1u);
     EXPECT_TRUE(Contains(noMatch.err, "no catalogued file matches"));
+    const Result version = RunProgram(L"nwexch.exe", {L"--version"});
+    EXPECT_EQ(version.exitCode, 0u);
+    EXPECT_EQ(version.out, "nwexch " NWX_EXPECTED_VERSION " (NetWorkerXbsa)\n");
     const Result help = RunProgram(L"nwexch.exe", {L"restore", L"--help"});
     EXPECT_EQ(help.exitCode, 0u);
     EXPECT_TRUE(Contains(help.out, "Exit codes:"));
