@@ -17,6 +17,7 @@ struct HostRun {
     }
 };
 
-// Runs <directory>\<program> <arguments> and collects its standard output and error.
+// Runs <directory>\<program> <arguments> and collects its standard output and error; returns
+// once the program and the helper programs it started have ended.
 HostRun RunHost(const std::wstring& directory, const wchar_t* program,
                 const std::wstring& arguments);
