@@ -48,9 +48,23 @@ HostRun RunHost(const std::wstring& directory, const wchar_t* program,
     startup.hStdError = writeEnd.get();
     startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(path.c_str(), &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr,
-                        directory.c_str(), &startup, &process)) {
-        run.output = "CreateProcessW failed " + std::to_string(GetLastError());
+    // Under Wine a start now and then fails with 1359 (ERROR_INTERNAL_ERROR) while other
+    // programs start and end around it; the next try starts the program.
+    BOOL started = FALSE;
+    DWORD error = 0;
+    for (int attempt = 0; attempt < 3 && !started; ++attempt) {
+        started = CreateProcessW(path.c_str(), &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr,
+                                 directory.c_str(), &startup, &process);
+        error = started ? 0 : GetLastError();
+        if (!started && error != ERROR_INTERNAL_ERROR) {
+            break;
+        }
+        if (!started) {
+            Sleep(200);
+        }
+    }
+    if (!started) {
+        run.output = "CreateProcessW failed " + std::to_string(error);
         return run;
     }
     UniqueHandle processHandle(process.hProcess);
