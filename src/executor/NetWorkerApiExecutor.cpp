@@ -452,7 +452,10 @@ int32_t NetWorkerApiExecutor::CopyObjectToFile(uint32_t index, ExecutorFile& fil
     PaddedXbsaRecord<BSA_DataBlock32> paddedBlock;
     BSA_DataBlock32& block = *paddedBlock;
     const uint32_t bufferSize = OpenObject(index, &block);
-    const std::unique_ptr<uint8_t[]> buffer(new uint8_t[bufferSize]);
+    std::unique_ptr<uint8_t[]> buffer(new uint8_t[bufferSize]);
+    // Freed also when a Visual C++ exception from a progress callback passes this frame, whose
+    // destructors it skips.
+    ScopeExit freeBuffer([&buffer] { buffer.reset(); });
 
     ProgressThrottle reports(progress, m_progress, m_system);
     if (reports.Active()) {

@@ -45,6 +45,9 @@ std::unique_ptr<INetWorkerApiWrapper> MakeNetWorkerApiWrapper() {
 }
 
 std::unique_ptr<INetWorkerExecutor> MakeNetWorkerApiExecutor(INetWorkerApiWrapper* wrapper) {
+    if (wrapper == nullptr) {
+        throw std::invalid_argument("wrapper must not be null");
+    }
     return std::make_unique<NetWorkerApiExecutor>(wrapper);
 }
 

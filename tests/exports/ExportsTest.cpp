@@ -108,6 +108,13 @@ TEST_F(ExportsTest, MissingConnectionOrLauncherGivesFalseAndNull) {
     EXPECT_EQ(TestLoggers::LiveCount(), 0u);
 }
 
+TEST_F(ExportsTest, MissingWrapperGivesFalseAndNull) {
+    auto* executor = reinterpret_cast<INetWorkerExecutor*>(0x1);
+    EXPECT_FALSE(AllocateNetWorkerApiExecutor(&executor, nullptr));
+    EXPECT_EQ(executor, nullptr);
+    EXPECT_EQ(TestLoggers::LiveCount(), 0u);
+}
+
 TEST_F(ExportsTest, NullOutPointerGivesFalse) {
     EXPECT_FALSE(AllocateNamedPipeConnection(nullptr));
     EXPECT_FALSE(AllocateNetWorkerApiWrapper(nullptr));
