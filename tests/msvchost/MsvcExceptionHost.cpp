@@ -90,7 +90,6 @@ __declspec(dllimport) HANDLE CreateThread(void* security, size_t stackSize, Thre
 __declspec(dllimport) void Sleep(DWORD milliseconds);
 __declspec(dllimport) HANDLE OpenProcess(DWORD access, BOOL inherit, DWORD processId);
 __declspec(dllimport) BOOL TerminateProcess(HANDLE process, unsigned int exitCode);
-__declspec(dllimport) DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 __declspec(dllimport) HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD processId);
 __declspec(dllimport) BOOL Process32FirstW(HANDLE snapshot, PROCESSENTRY32W* entry);
 __declspec(dllimport) BOOL Process32NextW(HANDLE snapshot, PROCESSENTRY32W* entry);
@@ -104,7 +103,6 @@ namespace {
 constexpr DWORD kSnapProcesses = 0x00000002;
 constexpr DWORD kProcessTerminate = 0x0001;
 constexpr DWORD kSynchronize = 0x00100000;
-constexpr DWORD kInfinite = 0xFFFFFFFF;
 constexpr DWORD kInvalidAttributes = 0xFFFFFFFF;
 constexpr uint32_t kNotFound = 0xFFFFFFFFu;
 
@@ -190,7 +188,7 @@ DWORD __stdcall KillHelperSoon(void*) {
             msvcrt::WideEquals(entry.szExeFile, L"NetWorker64BitClient.exe")) {
             HANDLE helper = OpenProcess(kProcessTerminate | kSynchronize, 0, entry.th32ProcessID);
             if (helper != nullptr && TerminateProcess(helper, 9)) {
-                WaitForSingleObject(helper, kInfinite);
+                WaitForSingleObject(helper, msvcrt::Infinite);
                 ++killed;
             }
             if (helper != nullptr) {

@@ -64,14 +64,23 @@ void Print(const char* format, ...) {
 }
 
 void AppendLine(const wchar_t* path, const char* line, size_t length) {
+    // Under Wine two processes appending to one file at once can overwrite each other's line
+    // (TarnLog guards its files the same way): the host and its helper append one at a time.
+    HANDLE turn = CreateMutexW(nullptr, 0, L"nwx-msvc-test-log-append");
+    if (turn != nullptr) {
+        WaitForSingleObject(turn, Infinite);
+    }
     HANDLE file =
         CreateFileW(path, FileAppendData, ShareReadWrite, nullptr, OpenAlways, 0, nullptr);
-    if (file == InvalidHandle()) {
-        return;
+    if (file != InvalidHandle()) {
+        DWORD written = 0;
+        WriteFile(file, line, static_cast<DWORD>(length), &written, nullptr);
+        CloseHandle(file);
     }
-    DWORD written = 0;
-    WriteFile(file, line, static_cast<DWORD>(length), &written, nullptr);
-    CloseHandle(file);
+    if (turn != nullptr) {
+        ReleaseMutex(turn);
+        CloseHandle(turn);
+    }
 }
 
 size_t WideLength(const wchar_t* text) {

@@ -53,6 +53,9 @@ __declspec(dllimport) HANDLE
     CreateFileW(const wchar_t* name, DWORD access, DWORD share, void* security, DWORD disposition,
                 DWORD flags, HANDLE templateFile);
 __declspec(dllimport) BOOL CloseHandle(HANDLE handle);
+__declspec(dllimport) HANDLE CreateMutexW(void* security, BOOL initialOwner, const wchar_t* name);
+__declspec(dllimport) BOOL ReleaseMutex(HANDLE mutex);
+__declspec(dllimport) DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 __declspec(dllimport) __declspec(noreturn) void ExitProcess(unsigned int code);
 __declspec(dllimport) const wchar_t* GetCommandLineW();
 __declspec(dllimport) HANDLE GetProcessHeap();
@@ -91,6 +94,7 @@ constexpr DWORD GenericWrite = 0x40000000;
 constexpr DWORD FileAppendData = 0x0004;
 constexpr DWORD ShareReadWrite = 0x00000003;
 constexpr DWORD OpenAlways = 4;
+constexpr DWORD Infinite = 0xFFFFFFFF;
 constexpr DWORD Utf8CodePage = 65001;
 inline HANDLE InvalidHandle() {
     return reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));
