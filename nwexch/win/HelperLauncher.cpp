@@ -97,11 +97,6 @@ DWORD StartError(const std::wstring& pipeName) {
     return State(pipeName).startError;
 }
 
-DWORD ProcessId(const std::wstring& pipeName) {
-    const HelperState& state = State(pipeName);
-    return state.process ? GetProcessId(state.process.get()) : 0;
-}
-
 void WaitForExit(const std::wstring& pipeName) {
     HelperState& state = State(pipeName);
     MarkConnected(pipeName);

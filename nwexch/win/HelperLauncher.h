@@ -27,9 +27,6 @@ bool EndedBeforeConnecting(const std::wstring& pipeName, DWORD* exitCode);
 // Windows error of a failed start (0 when it started or was never asked to).
 DWORD StartError(const std::wstring& pipeName);
 
-// Process id of the helper started for the pipe (0 when none was).
-DWORD ProcessId(const std::wstring& pipeName);
-
 // After the pipe has been closed: give the helper time to finish, then make sure it is gone.
 void WaitForExit(const std::wstring& pipeName);
 

@@ -2,28 +2,26 @@
 
 namespace nwsim {
 
-uint32_t ReadOversizedRecord(const void* record, size_t declaredSize) {
+void ReadOversizedRecord(const void* record, size_t declaredSize) {
     if (record == nullptr) {
-        return 0;
+        return;
     }
     // Volatile: the reads are the point, and must not be folded away.
     const volatile unsigned char* bytes = static_cast<const unsigned char*>(record);
-    uint32_t sum = 0;
     for (size_t i = 0; i < declaredSize + kOversizeBytes; ++i) {
-        sum = sum * 31u + bytes[i];
+        (void)bytes[i];
     }
-    return sum;
 }
 
-uint32_t OverrunRecord(void* record, size_t declaredSize) {
-    const uint32_t sum = ReadOversizedRecord(record, declaredSize);
-    if (record != nullptr) {
-        volatile unsigned char* bytes = static_cast<unsigned char*>(record);
-        for (size_t i = declaredSize; i < declaredSize + kOversizeBytes; ++i) {
-            bytes[i] = kOversizePattern;
-        }
+void OverrunRecord(void* record, size_t declaredSize) {
+    if (record == nullptr) {
+        return;
     }
-    return sum;
+    ReadOversizedRecord(record, declaredSize);
+    volatile unsigned char* bytes = static_cast<unsigned char*>(record);
+    for (size_t i = declaredSize; i < declaredSize + kOversizeBytes; ++i) {
+        bytes[i] = kOversizePattern;
+    }
 }
 
 }  // namespace nwsim

@@ -15,21 +15,21 @@ namespace nwsim {
 constexpr size_t kOversizeBytes = 4096;
 constexpr unsigned char kOversizePattern = 0xA5;
 
-// Reads declaredSize + kOversizeBytes bytes from record; returns a sum of them, so that no read
-// can be left out. A null record reads nothing.
-uint32_t ReadOversizedRecord(const void* record, size_t declaredSize);
+// Reads declaredSize + kOversizeBytes bytes from record, every one (volatile reads). A null
+// record reads nothing.
+void ReadOversizedRecord(const void* record, size_t declaredSize);
 // Reads the record so, then writes the pattern into its last kOversizeBytes; our declared fields
 // are left as they were.
-uint32_t OverrunRecord(void* record, size_t declaredSize);
+void OverrunRecord(void* record, size_t declaredSize);
 
 template <typename Record>
-uint32_t ReadOversizedRecord(const Record* record) {
-    return ReadOversizedRecord(static_cast<const void*>(record), sizeof(Record));
+void ReadOversizedRecord(const Record* record) {
+    ReadOversizedRecord(static_cast<const void*>(record), sizeof(Record));
 }
 
 template <typename Record>
-uint32_t OverrunRecord(Record* record) {
-    return OverrunRecord(static_cast<void*>(record), sizeof(Record));
+void OverrunRecord(Record* record) {
+    OverrunRecord(static_cast<void*>(record), sizeof(Record));
 }
 
 }  // namespace nwsim

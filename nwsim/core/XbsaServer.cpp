@@ -2,8 +2,6 @@
 
 #include <cstring>
 
-#include "OversizedRecords.h"
-
 namespace nwsim {
 
 namespace {

@@ -108,7 +108,7 @@ private:
     template <typename Record>
     void OverrunIfOversized(Record* record) {
         if (m_faults.oversizedRecords) {
-            m_overrunSum += OverrunRecord(record);
+            OverrunRecord(record);
         }
     }
     bool LoadSessionCatalogue(Session& session);
@@ -124,7 +124,6 @@ private:
     std::string m_faultError;
     uint64_t m_callCounts[kXbsaCallCount] = {};
     std::map<BSA_Handle, Session> m_sessions;
-    uint32_t m_overrunSum = 0;  // keeps the oversized reads
     BSA_Handle m_nextHandle = 1;
 };
 

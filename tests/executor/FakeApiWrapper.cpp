@@ -43,7 +43,7 @@ int32_t FakeApiWrapper::BSABeginTxn(BSA_Handle handle) {
 template <typename XbsaRecord>
 void FakeApiWrapper::ActAsOversized(XbsaRecord* record) {
     if (oversizedRecords) {
-        m_oversizedSum += nwsim::OverrunRecord(record);
+        nwsim::OverrunRecord(record);
     }
 }
 
@@ -142,7 +142,7 @@ int32_t FakeApiWrapper::CorrectFileSize(const BSA_ObjectDescriptor* desc, uint64
                                         const char* serverName, const char* clientName) {
     calls.emplace_back("CorrectFileSize");
     if (oversizedRecords) {
-        m_oversizedSum += nwsim::ReadOversizedRecord(desc);
+        nwsim::ReadOversizedRecord(desc);
     }
     correctDescriptor = *desc;
     correctServer = serverName;

@@ -77,7 +77,6 @@ private:
     void Record(const char* name, BSA_Handle handle);
     template <typename XbsaRecord>
     void ActAsOversized(XbsaRecord* record);
-    uint32_t m_oversizedSum = 0;
     int m_nextCalls = 0;
     int m_getDataCalls = 0;
 };
