@@ -97,52 +97,77 @@ private:
     std::unique_ptr<INetWorkerApiWrapper> m_hostWrapper;
 };
 
-class MsvcHostWrapper final : public StandIn<INetWorkerApiWrapper> {
+// Every operation of INetWorkerApiWrapper, handed as a call on a wrapper to Derived::Through,
+// which makes it on the wrapper it stands for in its own way: the two wrappers below differ in
+// nothing else.
+template <typename Derived, typename Base>
+class ApiWrapperForwarder : public Base {
 public:
-    using StandIn::StandIn;
+    using Base::Base;
 
     int32_t Initialize() override {
-        return CallForMsvcHost([&] { return Library().Initialize(); });
+        return Pass([&](INetWorkerApiWrapper& w) { return w.Initialize(); });
     }
     int32_t BSAInit(BSA_Handle* handle, BSA_SecurityToken* token, BSA_ObjectOwner* owner,
                     char** environment) override {
-        return CallForMsvcHost(
-            [&] { return Library().BSAInit(handle, token, owner, environment); });
+        return Pass(
+            [&](INetWorkerApiWrapper& w) { return w.BSAInit(handle, token, owner, environment); });
     }
     int32_t BSATerminate(BSA_Handle handle) override {
-        return CallForMsvcHost([&] { return Library().BSATerminate(handle); });
+        return Pass([&](INetWorkerApiWrapper& w) { return w.BSATerminate(handle); });
     }
     int32_t BSABeginTxn(BSA_Handle handle) override {
-        return CallForMsvcHost([&] { return Library().BSABeginTxn(handle); });
+        return Pass([&](INetWorkerApiWrapper& w) { return w.BSABeginTxn(handle); });
     }
     int32_t BSAEndTxn(BSA_Handle handle) override {
-        return CallForMsvcHost([&] { return Library().BSAEndTxn(handle); });
+        return Pass([&](INetWorkerApiWrapper& w) { return w.BSAEndTxn(handle); });
     }
     int32_t BSAQueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,
                            BSA_ObjectDescriptor* descriptor) override {
-        return CallForMsvcHost([&] { return Library().BSAQueryObject(handle, query, descriptor); });
+        return Pass(
+            [&](INetWorkerApiWrapper& w) { return w.BSAQueryObject(handle, query, descriptor); });
     }
     int32_t BSAQueryApiVersion(BSA_ApiVersion* version) override {
-        return CallForMsvcHost([&] { return Library().BSAQueryApiVersion(version); });
+        return Pass([&](INetWorkerApiWrapper& w) { return w.BSAQueryApiVersion(version); });
     }
     int32_t BSAGetNextQueryObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor) override {
-        return CallForMsvcHost([&] { return Library().BSAGetNextQueryObject(handle, descriptor); });
+        return Pass(
+            [&](INetWorkerApiWrapper& w) { return w.BSAGetNextQueryObject(handle, descriptor); });
     }
     int32_t BSAGetObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor,
                          BSA_DataBlock32* dataBlock) override {
-        return CallForMsvcHost(
-            [&] { return Library().BSAGetObject(handle, descriptor, dataBlock); });
+        return Pass(
+            [&](INetWorkerApiWrapper& w) { return w.BSAGetObject(handle, descriptor, dataBlock); });
     }
     int32_t BSAGetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) override {
-        return CallForMsvcHost([&] { return Library().BSAGetData(handle, dataBlock); });
+        return Pass([&](INetWorkerApiWrapper& w) { return w.BSAGetData(handle, dataBlock); });
     }
     int32_t BSAEndData(BSA_Handle handle) override {
-        return CallForMsvcHost([&] { return Library().BSAEndData(handle); });
+        return Pass([&](INetWorkerApiWrapper& w) { return w.BSAEndData(handle); });
     }
     int32_t CorrectFileSize(const BSA_ObjectDescriptor* descriptor, uint64_t* size,
                             const char* serverName, const char* clientName) override {
-        return CallForMsvcHost(
-            [&] { return Library().CorrectFileSize(descriptor, size, serverName, clientName); });
+        return Pass([&](INetWorkerApiWrapper& w) {
+            return w.CorrectFileSize(descriptor, size, serverName, clientName);
+        });
+    }
+
+private:
+    template <typename Call>
+    int32_t Pass(const Call& call) {
+        return static_cast<Derived*>(this)->Through(call);
+    }
+};
+
+// The library's wrapper for a Visual C++ host: its GCC exceptions raised the Visual C++ way.
+class MsvcHostWrapper final
+    : public ApiWrapperForwarder<MsvcHostWrapper, StandIn<INetWorkerApiWrapper>> {
+public:
+    using ApiWrapperForwarder::ApiWrapperForwarder;
+
+    template <typename Call>
+    int32_t Through(const Call& call) {
+        return CallForMsvcHost([&] { return call(Library()); });
     }
 };
 
@@ -177,50 +202,13 @@ public:
 };
 
 // A host's wrapper as the executor sees it: each call through the host-call guard.
-class HostWrapperGuard final : public INetWorkerApiWrapper {
+class HostWrapperGuard final : public ApiWrapperForwarder<HostWrapperGuard, INetWorkerApiWrapper> {
 public:
     explicit HostWrapperGuard(INetWorkerApiWrapper* host) : m_host(host) {}
 
-    int32_t Initialize() override {
-        return CallHost([&] { return m_host->Initialize(); });
-    }
-    int32_t BSAInit(BSA_Handle* handle, BSA_SecurityToken* token, BSA_ObjectOwner* owner,
-                    char** environment) override {
-        return CallHost([&] { return m_host->BSAInit(handle, token, owner, environment); });
-    }
-    int32_t BSATerminate(BSA_Handle handle) override {
-        return CallHost([&] { return m_host->BSATerminate(handle); });
-    }
-    int32_t BSABeginTxn(BSA_Handle handle) override {
-        return CallHost([&] { return m_host->BSABeginTxn(handle); });
-    }
-    int32_t BSAEndTxn(BSA_Handle handle) override {
-        return CallHost([&] { return m_host->BSAEndTxn(handle); });
-    }
-    int32_t BSAQueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,
-                           BSA_ObjectDescriptor* descriptor) override {
-        return CallHost([&] { return m_host->BSAQueryObject(handle, query, descriptor); });
-    }
-    int32_t BSAQueryApiVersion(BSA_ApiVersion* version) override {
-        return CallHost([&] { return m_host->BSAQueryApiVersion(version); });
-    }
-    int32_t BSAGetNextQueryObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor) override {
-        return CallHost([&] { return m_host->BSAGetNextQueryObject(handle, descriptor); });
-    }
-    int32_t BSAGetObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor,
-                         BSA_DataBlock32* dataBlock) override {
-        return CallHost([&] { return m_host->BSAGetObject(handle, descriptor, dataBlock); });
-    }
-    int32_t BSAGetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) override {
-        return CallHost([&] { return m_host->BSAGetData(handle, dataBlock); });
-    }
-    int32_t BSAEndData(BSA_Handle handle) override {
-        return CallHost([&] { return m_host->BSAEndData(handle); });
-    }
-    int32_t CorrectFileSize(const BSA_ObjectDescriptor* descriptor, uint64_t* size,
-                            const char* serverName, const char* clientName) override {
-        return CallHost(
-            [&] { return m_host->CorrectFileSize(descriptor, size, serverName, clientName); });
+    template <typename Call>
+    int32_t Through(const Call& call) {
+        return CallHost([&] { return call(*m_host); });
     }
 
 private:
