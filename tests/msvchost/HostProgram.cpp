@@ -1,7 +1,6 @@
 #include "HostProgram.h"
 
-#include <tlhelp32.h>
-
+#include "../exports/ExportsTestSupport.h"
 #include "common/UniqueHandle.h"
 
 namespace {
@@ -9,17 +8,10 @@ namespace {
 // A host's helper programs end once the host has closed their pipes; what they write on the way
 // out (their loggers' last lines) is read only after they have gone, up to ten seconds each.
 void AwaitHelpersOf(DWORD hostId) {
-    UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Process32FirstW(snapshot.get(), &entry); more;
-         more = Process32NextW(snapshot.get(), &entry)) {
-        if (entry.th32ParentProcessID == hostId &&
-            _wcsicmp(entry.szExeFile, L"NetWorker64BitClient.exe") == 0) {
-            UniqueHandle helper(OpenProcess(SYNCHRONIZE, FALSE, entry.th32ProcessID));
-            if (helper) {
-                WaitForSingleObject(helper.get(), 10000);
-            }
+    for (DWORD id : ChildProcessesNamed(hostId, L"NetWorker64BitClient.exe")) {
+        UniqueHandle helper(OpenProcess(SYNCHRONIZE, FALSE, id));
+        if (helper) {
+            WaitForSingleObject(helper.get(), 10000);
         }
     }
 }

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -13,8 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include <tlhelp32.h>
-
+#include "../exports/ExportsTestSupport.h"
 #include "SimulatorFixture.h"
 #include "TestFiles.h"
 #include "common/UniqueHandle.h"
@@ -531,26 +529,13 @@ TEST_F(NwexchCli, BadArgumentsExitWithUsage) {
 
 // The helper programs that the one running nwexch.exe has started.
 std::vector<DWORD> HelpersOfRunningNwexch() {
-    std::vector<DWORD> nwexch;
-    std::vector<std::pair<DWORD, DWORD>> helpers;  // process, parent
-    UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Process32FirstW(snapshot.get(), &entry); more;
-         more = Process32NextW(snapshot.get(), &entry)) {
-        if (_wcsicmp(entry.szExeFile, L"nwexch.exe") == 0) {
-            nwexch.push_back(entry.th32ProcessID);
-        } else if (_wcsicmp(entry.szExeFile, L"NetWorker64BitClient.exe") == 0) {
-            helpers.emplace_back(entry.th32ProcessID, entry.th32ParentProcessID);
+    std::vector<DWORD> helpers;
+    for (DWORD nwexch : FindProcessesNamed(L"nwexch.exe")) {
+        for (DWORD helper : ChildProcessesNamed(nwexch, L"NetWorker64BitClient.exe")) {
+            helpers.push_back(helper);
         }
     }
-    std::vector<DWORD> children;
-    for (const auto& [helper, parent] : helpers) {
-        if (std::find(nwexch.begin(), nwexch.end(), parent) != nwexch.end()) {
-            children.push_back(helper);
-        }
-    }
-    return children;
+    return helpers;
 }
 
 // Waits (up to 30 s) until the running nwexch has `count` helpers; their ids, or fewer.
