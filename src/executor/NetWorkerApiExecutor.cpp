@@ -383,8 +383,7 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
     NWX_TRACE_METHOD(m_log, kMethod);
 
-    std::unique_ptr<ExecutorFile> file;
-    bool fileCreated = false;
+    std::unique_ptr<ExecutorFile> file;  // set only once this call has created the file
     bool keepFile = false;  // decided only when the extraction ends with a status
     // Both run on every way out, in this order: the file is closed and, if this call created it
     // and did not extract it completely, deleted; then the object's data is ended, also when it
@@ -400,8 +399,11 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
         }
     });
     ScopeExit removeIncompleteFile([&] {
+        if (file == nullptr) {
+            return;
+        }
         file.reset();
-        if (fileCreated && !keepFile) {
+        if (!keepFile) {
             DeleteExtractionFile(directory, fileName);
         }
     });
@@ -417,7 +419,6 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
         if (file == nullptr) {
             RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod, L"Could not Create File");
         }
-        fileCreated = true;
         return CopyObjectToFile(index, *file, progress, error);
     });
 
