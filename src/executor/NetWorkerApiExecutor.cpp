@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "ExchangeObjectRules.h"
@@ -182,7 +183,7 @@ int32_t NetWorkerApiExecutor::Initialize(const char* clientName, const char* ser
         if (m_wrapper->BSAInit(&m_handle, &token, &owner, m_environment) != 0) {
             RaiseTarnError(m_log, NetWorkerStatus::BadEnvironment, kMethod, L"BSAInit Failed");
         }
-        if (Cancelled()) {
+        if (TakeCancel()) {
             RaiseTarnError(m_log, NetWorkerStatus::Cancelled, kMethod, kCancelledMessage);
         }
         // No BSATerminate, ever (kept on purpose: docs/compatibility.md, "no BSATerminate").
@@ -224,9 +225,6 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::Catalog";
     NWX_TRACE_METHOD(m_log, kMethod);
 
-    // Restart from index 0 in the same storage; the previous entries' strings are not freed
-    // (kept on purpose: docs/compatibility.md, "leaked catalogue strings").
-    m_smVecObjects.clear();
     uint32_t accepted = 0;
     // Ended on every way out: after the failures reported below, and also when a host's
     // callback throws or the time window is refused; that exception then goes on unchanged.
@@ -241,10 +239,16 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
             ReportError(error, NwErrorBeginTxn);
             RaiseTarnError(m_log, status, kMethod, L"BSABeginTxn failed");
         }
-        if (Cancelled()) {
+        // A Quit that came between operations ends this catalogue and is spent on it.
+        if (TakeCancel()) {
             RaiseTarnError(m_log, NetWorkerStatus::Cancelled, kMethod, kCancelledMessage);
         }
 
+        // The catalogue is replaced once the query runs: a catalogue that ended before it keeps
+        // the previous one, whose indexes stay valid. It restarts at index 0 in the same storage;
+        // the earlier entries' strings are not freed (kept on purpose: docs/compatibility.md,
+        // "leaked catalogue strings").
+        m_smVecObjects.clear();
         PaddedXbsaRecord<BSA_QueryDescriptor> query(ExchangeQueryDescriptor());
         PaddedXbsaRecord<BSA_ObjectDescriptor> paddedDescriptor;
         BSA_ObjectDescriptor& descriptor = *paddedDescriptor;
@@ -259,6 +263,7 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
             RaiseTarnError(m_log, NetWorkerStatus::NoMatch, kMethod, L"No Exchange Objects");
         }
 
+        bool stop = false;  // the host's answer: its stop ends this catalogue only
         for (;;) {
             // Checked on every pass, accepted or not: the catalogue grows 10240 entries at a time.
             if (accepted % kCatalogueGrowth == 0) {
@@ -287,11 +292,12 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
                 m_smVecObjects.push_back(entry);  // room was reserved above: cannot throw
                 const uint64_t size = AnnouncedSize(entry.pathName, descriptor.size);
                 if (fileFound != nullptr) {
-                    // A false answer also clears a Quit that arrived meanwhile (kept on
-                    // purpose: docs/compatibility.md, "the host's answer wins").
-                    SetCancelled(FireFileFoundEvent(fileFound, descriptor.createTime, size,
-                                                    accepted, descriptor.restoreOrder,
-                                                    m_smVecObjects.back().pathName));
+                    stop =
+                        FireFileFoundEvent(fileFound, descriptor.createTime, size, accepted,
+                                           descriptor.restoreOrder, m_smVecObjects.back().pathName);
+                    // The answer also clears a Quit that arrived meanwhile (kept on purpose:
+                    // docs/compatibility.md, "the host's answer wins").
+                    SetCancelled(false);
                 }
                 ++accepted;
             }
@@ -301,7 +307,7 @@ int32_t NetWorkerApiExecutor::Catalog(const FILETIME* timeBefore, const FILETIME
                 ReportError(error, NwErrorQuery);
                 RaiseTarnError(m_log, status, kMethod, L"BSAGetNextQueryObject failed");
             }
-            if (rc == kNoMoreData || Cancelled()) {
+            if (rc == kNoMoreData || stop || TakeCancel()) {
                 break;
             }
         }
@@ -384,7 +390,11 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
     NWX_TRACE_METHOD(m_log, kMethod);
 
     std::unique_ptr<ExecutorFile> file;  // set only once this call has created the file
-    bool keepFile = false;  // decided only when the extraction ends with a status
+    // Decided by the status when the extraction ends with one. When an exception passes (a
+    // host's callback that threw), only a file that holds the whole object is kept: the data
+    // ended before the failure, as a "stop" answered then would have kept it.
+    bool complete = false;
+    std::optional<bool> keepFile;
     // Both run on every way out, in this order: the file is closed and, if this call created it
     // and did not extract it completely, deleted; then the object's data is ended, also when it
     // was never opened. A file that this call did not create is never deleted: a failure before
@@ -403,7 +413,7 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
             return;
         }
         file.reset();
-        if (!keepFile) {
+        if (!keepFile.value_or(complete)) {
             DeleteExtractionFile(directory, fileName);
         }
     });
@@ -419,7 +429,7 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
         if (file == nullptr) {
             RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod, L"Could not Create File");
         }
-        return CopyObjectToFile(index, *file, progress, error);
+        return CopyObjectToFile(index, *file, progress, error, &complete);
     });
 
     keepFile = !(status < 0 || status == NetWorkerStatus::Cancelled);
@@ -448,7 +458,7 @@ uint32_t NetWorkerApiExecutor::OpenObject(uint32_t index, BSA_DataBlock32* block
 
 int32_t NetWorkerApiExecutor::CopyObjectToFile(uint32_t index, ExecutorFile& file,
                                                INetWorkerUpdateProgressCallBack* progress,
-                                               INetWorkerErrorCallBack* error) {
+                                               INetWorkerErrorCallBack* error, bool* complete) {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
     PaddedXbsaRecord<BSA_DataBlock32> paddedBlock;
     BSA_DataBlock32& block = *paddedBlock;
@@ -459,15 +469,19 @@ int32_t NetWorkerApiExecutor::CopyObjectToFile(uint32_t index, ExecutorFile& fil
     ScopeExit freeBuffer([&buffer] { buffer.reset(); });
 
     ProgressThrottle reports(progress, m_progress, m_system);
+    // This extraction's own stop (a progress answer, a refused disk-full retry): it ends this
+    // file only. A Quit is spent by the check that sees it.
+    bool stop = false;
     if (reports.Active()) {
-        // This first answer also replaces a pending cancellation (kept on purpose:
+        stop = reports.Start();
+        // This first answer also replaces a pending Quit (kept on purpose:
         // docs/compatibility.md, "the host's answer wins").
-        SetCancelled(reports.Start());
+        SetCancelled(false);
     }
     int32_t status = NetWorkerStatus::Success;
     int32_t rc = 0;
     do {
-        if (Cancelled()) {
+        if (stop || TakeCancel()) {
             RaiseTarnError(m_log, NetWorkerStatus::Cancelled, kMethod, kCancelledMessage);
         }
         block.bufferLen = bufferSize;
@@ -484,21 +498,21 @@ int32_t NetWorkerApiExecutor::CopyObjectToFile(uint32_t index, ExecutorFile& fil
                            L"BSAGetData delivered more than the buffer holds");
         }
         uint32_t written = 0;
-        status = WriteBlock(file, buffer.get(), delivered, status, error, &written);
+        status = WriteBlock(file, buffer.get(), delivered, status, error, &written, &stop);
+        *complete = rc == kNoMoreData && written == delivered;
         if (reports.AfterBlock(written)) {
-            SetCancelled(true);
+            stop = true;
         }
     } while (status >= 0 && rc != kNoMoreData);
 
-    if (reports.Finish()) {
-        SetCancelled(true);  // too late to change this file's result
-    }
+    // A stop answered to the last report comes too late to change this file's result.
+    (void)reports.Finish();
     return status;
 }
 
 int32_t NetWorkerApiExecutor::WriteBlock(ExecutorFile& file, const uint8_t* data, uint32_t size,
                                          int32_t status, INetWorkerErrorCallBack* error,
-                                         uint32_t* written) {
+                                         uint32_t* written, bool* stop) {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
     *written = 0;
     // A short write goes on with the rest, so a block is never half-kept.
@@ -518,7 +532,7 @@ int32_t NetWorkerApiExecutor::WriteBlock(ExecutorFile& file, const uint8_t* data
         // status (kept on purpose: docs/compatibility.md, "1246 after a retry").
         status = static_cast<int32_t>(ReportError(error, NwErrorDiskFull));
         if (status != static_cast<int32_t>(NetWorkerWinError::Continue)) {
-            SetCancelled(true);
+            *stop = true;
             break;
         }
     }

@@ -67,15 +67,18 @@ private:
     // Opens catalogue entry `index` with BSAGetObject; returns the transfer buffer's size.
     uint32_t OpenObject(uint32_t index, BSA_DataBlock32* block);
     // Opens the object and copies its data block by block into `file`, reporting progress;
-    // returns the last block's status.
+    // returns the last block's status. `complete` tells whether the whole object is in the
+    // file, also when an exception leaves.
     int32_t CopyObjectToFile(uint32_t index, ExecutorFile& file,
                              INetWorkerUpdateProgressCallBack* progress,
-                             INetWorkerErrorCallBack* error);
-    // Writes one block, asking the host when the disk is full; returns the block's status.
+                             INetWorkerErrorCallBack* error, bool* complete);
+    // Writes one block, asking the host when the disk is full; returns the block's status and
+    // sets `stop` when the host answered anything but a retry.
     int32_t WriteBlock(ExecutorFile& file, const uint8_t* data, uint32_t size, int32_t status,
-                       INetWorkerErrorCallBack* error, uint32_t* written);
+                       INetWorkerErrorCallBack* error, uint32_t* written, bool* stop);
 
-    bool Cancelled() const { return m_cancel.load(std::memory_order_relaxed); }
+    // A Quit ends at most one operation: the check that sees it spends it.
+    bool TakeCancel() { return m_cancel.exchange(false, std::memory_order_relaxed); }
     void SetCancelled(bool cancel) { m_cancel.store(cancel, std::memory_order_relaxed); }
 
     INetWorkerApiWrapper* m_wrapper;

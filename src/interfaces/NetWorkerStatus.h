@@ -26,9 +26,10 @@ constexpr int32_t PipeNameTaken = static_cast<int32_t>(0x800700B7);  // ERROR_AL
 
 // Windows error numbers that reach the host through callbacks or the thread's last error.
 namespace NetWorkerWinError {
-constexpr uint32_t WriteFault = 29;  // ERROR_WRITE_FAULT: no better error for a failed create
-constexpr uint32_t DiskFull = 112;   // ERROR_DISK_FULL: triggers the disk-full question
-constexpr uint32_t Continue = 1246;  // ERROR_CONTINUE: the host freed space, retry the write
+constexpr uint32_t WriteFault = 29;   // ERROR_WRITE_FAULT: no better error for a failed create
+constexpr uint32_t DiskFull = 112;    // ERROR_DISK_FULL: triggers the disk-full question
+constexpr uint32_t Continue = 1246;   // ERROR_CONTINUE: the host freed space, retry the write
+constexpr uint32_t Cancelled = 1223;  // ERROR_CANCELLED: an answer that ends the extraction
 }  // namespace NetWorkerWinError
 
 inline bool NetWorkerFailed(int32_t status) {

@@ -252,6 +252,71 @@ const Message* IpcView(const unsigned char* buffer, uint32_t bytesRead) {
     return reinterpret_cast<const Message*>(buffer);
 }
 
+// The fixed size of a message type; 0 for a number that is no message type.
+constexpr uint32_t IpcFixedSize(uint32_t type) {
+    switch (type) {
+        case IpcTypeBeginInitialize:
+            return sizeof(IpcBeginInitialize);
+        case IpcTypeFinishInitialize:
+            return sizeof(IpcFinishInitialize);
+        case IpcTypeShouldCancel:
+            return sizeof(IpcShouldCancel);
+        case IpcTypeBeginCatalog:
+            return sizeof(IpcBeginCatalog);
+        case IpcTypeFileFound:
+            return sizeof(IpcFileFound);
+        case IpcTypeFinishCatalog:
+            return sizeof(IpcFinishCatalog);
+        case IpcTypeBeginGetFileSize:
+            return sizeof(IpcBeginGetFileSize);
+        case IpcTypeFinishGetFileSize:
+            return sizeof(IpcFinishGetFileSize);
+        case IpcTypeBeginExtract:
+            return sizeof(IpcBeginExtract);
+        case IpcTypeFinishBeginExtract:
+            return sizeof(IpcFinishBeginExtract);
+        case IpcTypeBeginExtractFile:
+            return sizeof(IpcBeginExtractFile);
+        case IpcTypeFinishExtractFile:
+            return sizeof(IpcFinishExtractFile);
+        case IpcTypeUpdateProgress:
+            return sizeof(IpcUpdateProgress);
+        case IpcTypeEndExtract:
+            return sizeof(IpcEndExtract);
+        case IpcTypeFinishEndExtract:
+            return sizeof(IpcFinishEndExtract);
+        case IpcTypeNetWorkerError:
+            return sizeof(IpcNetWorkerError);
+        case IpcTypeNetWorkerErrorResponse:
+            return sizeof(IpcNetWorkerErrorResponse);
+        case IpcTypeAllocationError:
+            return sizeof(IpcAllocationError);
+        case IpcTypeAllocationErrorResponse:
+            return sizeof(IpcAllocationErrorResponse);
+        default:
+            return 0;
+    }
+}
+
+// Whether a received message's size field is the fixed size of its type (false for fewer
+// than 8 bytes and for numbers that are no message type).
+inline bool IpcHasExactSize(const unsigned char* buffer, uint32_t bytesRead) {
+    if (bytesRead < kIpcHeaderSize) {
+        return false;
+    }
+    IpcHeader header{};
+    std::memcpy(&header, buffer, sizeof header);
+    const uint32_t size = IpcFixedSize(header.messageType);
+    return size != 0 && header.messageSize == size;
+}
+
+// The helper's questions: each waits for exactly one answer from the host, whatever the host
+// makes of it.
+constexpr bool IpcIsQuestion(uint32_t type) {
+    return type == IpcTypeFileFound || type == IpcTypeUpdateProgress ||
+           type == IpcTypeNetWorkerError || type == IpcTypeAllocationError;
+}
+
 // A zero-filled message with its header set, ready for its fields.
 template <typename Message>
 Message IpcMakeMessage() {

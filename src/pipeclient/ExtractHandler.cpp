@@ -5,17 +5,15 @@
 #include <string>
 
 #include "common/MethodTracer.h"
+#include "interfaces/NetWorkerStatus.h"
 #include "pipe/PipeMessageBuilders.h"
 #include "pipe/WireStrings.h"
 
 namespace {
 
 // A field that fills all its units has no terminator; the executor would read past it.
-void ThrowIfUnterminated(const void* field, const char* fieldName) {
-    if (WideFieldLength(field, kIpcWideFieldSize) == kIpcWideFieldSize) {
-        throw std::invalid_argument(std::string("IpcBeginExtractFile ") + fieldName +
-                                    " has no terminator");
-    }
+bool IsTerminated(const void* field) {
+    return WideFieldLength(field, kIpcWideFieldSize) < kIpcWideFieldSize;
 }
 
 }  // namespace
@@ -39,11 +37,20 @@ bool ExtractHandler::HandleBeginExtract(const IpcBeginExtract& /*request*/) {
 }
 
 bool ExtractHandler::HandleExtractFile(const IpcBeginExtractFile& request) {
-    NWX_TRACE_METHOD(m_log, L"ExtractHandler::HandleExtractFile");
+    static constexpr wchar_t kMethod[] = L"ExtractHandler::HandleExtractFile";
+    NWX_TRACE_METHOD(m_log, kMethod);
     const void* directory = IpcDirectoryField(request);
     const void* fileName = IpcFileNameField(request);
-    ThrowIfUnterminated(directory, "directory");
-    ThrowIfUnterminated(fileName, "fileName");
+    if (!IsTerminated(directory) || !IsTerminated(fileName)) {
+        // Refused unserved: the host's extraction ends with E_INVALIDARG, the session goes on.
+        m_log->Error(
+            kMethod, L"IpcBeginExtractFile %s has no terminator. Error: %08lx.",
+            IsTerminated(directory) ? L"fileName" : L"directory",
+            static_cast<unsigned long>(static_cast<uint32_t>(NetWorkerStatus::InvalidArgument)));
+        IpcSend(*m_connection,
+                IpcBuildStatusReply<IpcFinishExtractFile>(NetWorkerStatus::InvalidArgument));
+        return false;
+    }
     int32_t status = 0;
 #ifdef _WIN32
     // wchar_t is UTF-16 here: the fields are passed in place; the request stays in the
@@ -79,8 +86,9 @@ bool ExtractHandler::UpdateProgress(NetWorkerProgressInfo* progress) {
 uint32_t ExtractHandler::NetWorkerError(uint32_t code) {
     IpcSend(*m_connection, IpcBuildNetWorkerError(code));
     const uint32_t received = ReceiveHostAnswer(*m_connection, m_answer);
-    return JudgeValueAnswer<IpcNetWorkerErrorResponse>(m_answer, received, m_log,
-                                                       L"ExtractHandler::NetWorkerError");
+    // An answer it cannot read cancels: 0 would keep a file without its last block.
+    return JudgeValueAnswer<IpcNetWorkerErrorResponse>(
+        m_answer, received, m_log, L"ExtractHandler::NetWorkerError", NetWorkerWinError::Cancelled);
 }
 
 uint32_t ExtractHandler::AllocationError(const NetWorkerAllocationInfo* info) {

@@ -35,15 +35,15 @@ bool JudgeStopAnswer(const HostAnswerBuffer& answer, uint32_t bytesReceived, ILo
                      const wchar_t* method);
 
 // Judges the answer to an error callback: the host's value when the answer is an `Response`
-// of the exact size, otherwise Error "Wrong message response: %d" and 0.
+// of the exact size, otherwise Error "Wrong message response: %d" and `unreadable`.
 template <typename Response>
 uint32_t JudgeValueAnswer(const HostAnswerBuffer& answer, uint32_t bytesReceived, ILog* log,
-                          const wchar_t* method) {
+                          const wchar_t* method, uint32_t unreadable = 0) {
     const Response* response = IpcView<Response>(answer.bytes, bytesReceived);
     if (response != nullptr) {
         return response->answer;
     }
     log->Error(method, L"Wrong message response: %d",
                static_cast<int>(IpcReceivedType(answer.bytes, bytesReceived)));
-    return 0;
+    return unreadable;
 }

@@ -9,6 +9,7 @@
 #include "HostAnswers.h"
 #include "common/MethodTracer.h"
 #include "common/UniqueLogger.h"
+#include "interfaces/NetWorkerStatus.h"
 #include "pipe/PipeMessageBuilders.h"
 
 namespace {
@@ -19,15 +20,15 @@ constexpr uint32_t kOpenTimeoutMilliseconds = 10000;
     throw std::runtime_error("Invalid message type received!");
 }
 
-// The request as its exact-size view; a served type with a wrong size field is refused like
-// an unserved type, never read.
-template <typename Request>
-const Request& RequestView(const unsigned char* message, uint32_t bytesReceived) {
-    const Request* request = IpcView<Request>(message, bytesReceived);
-    if (request == nullptr) {
-        ThrowInvalidMessageType();
-    }
-    return *request;
+// The final message that ends a request the helper cannot read: the operation's own, with
+// E_FAIL (a size request, whose reply carries no status, gets size 0).
+template <typename Reply>
+Reply RefusalReply() {
+    return IpcBuildStatusReply<Reply>(NetWorkerStatus::Fail);
+}
+template <>
+IpcFinishGetFileSize RefusalReply<IpcFinishGetFileSize>() {
+    return IpcBuildFinishGetFileSize(0);
 }
 
 // One request, one handler, one logger. A logger that cannot be obtained ends the session
@@ -126,32 +127,56 @@ bool NetWorkerNamedPipeClient::HandleMessage(const unsigned char* message, uint3
     m_log->Debug(kMethod, L"Received message of type %i", static_cast<int>(type));
     switch (type) {
         case IpcTypeShouldCancel:
-            return HandleCancelMessage(RequestView<IpcShouldCancel>(message, bytesReceived));
+            if (const auto* cancel = IpcView<IpcShouldCancel>(message, bytesReceived)) {
+                return HandleCancelMessage(*cancel);
+            }
+            // Nobody waits for an answer to it: it is dropped unread.
+            RefuseUnreadableRequest(type);
+            return false;
         case IpcTypeBeginCatalog:
-            return ServeRequest(L"CatalogHandler",
-                                RequestView<IpcBeginCatalog>(message, bytesReceived),
-                                &CatalogHandler::HandleTransaction, m_connection, m_executor);
+            return ServeOrRefuse<CatalogHandler, IpcBeginCatalog, IpcFinishCatalog>(
+                L"CatalogHandler", &CatalogHandler::HandleTransaction, message, bytesReceived);
         case IpcTypeBeginGetFileSize:
-            return ServeRequest(
-                L"FindFileSizeHandler", RequestView<IpcBeginGetFileSize>(message, bytesReceived),
-                &FindFileSizeHandler::HandleFileSizeMessage, m_connection, m_executor);
+            return ServeOrRefuse<FindFileSizeHandler, IpcBeginGetFileSize, IpcFinishGetFileSize>(
+                L"FindFileSizeHandler", &FindFileSizeHandler::HandleFileSizeMessage, message,
+                bytesReceived);
         case IpcTypeBeginExtract:
-            return ServeRequest(L"ExtractHandler",
-                                RequestView<IpcBeginExtract>(message, bytesReceived),
-                                &ExtractHandler::HandleBeginExtract, m_connection, m_executor);
+            return ServeOrRefuse<ExtractHandler, IpcBeginExtract, IpcFinishBeginExtract>(
+                L"ExtractHandler", &ExtractHandler::HandleBeginExtract, message, bytesReceived);
         case IpcTypeBeginExtractFile:
-            return ServeRequest(L"ExtractHandler",
-                                RequestView<IpcBeginExtractFile>(message, bytesReceived),
-                                &ExtractHandler::HandleExtractFile, m_connection, m_executor);
+            return ServeOrRefuse<ExtractHandler, IpcBeginExtractFile, IpcFinishExtractFile>(
+                L"ExtractHandler", &ExtractHandler::HandleExtractFile, message, bytesReceived);
         case IpcTypeEndExtract:
-            return ServeRequest(L"ExtractHandler",
-                                RequestView<IpcEndExtract>(message, bytesReceived),
-                                &ExtractHandler::HandleEndExtract, m_connection, m_executor);
+            return ServeOrRefuse<ExtractHandler, IpcEndExtract, IpcFinishEndExtract>(
+                L"ExtractHandler", &ExtractHandler::HandleEndExtract, message, bytesReceived);
         default:
             // Everything the helper itself sends, answers that belong inside a callback,
-            // IpcBeginInitialize after the handshake and unknown numbers.
+            // IpcBeginInitialize after the handshake and unknown numbers: the host's reply
+            // cannot be known, so the session ends rather than leave the host waiting.
             ThrowInvalidMessageType();
     }
+}
+
+template <typename Handler, typename Request, typename Reply>
+bool NetWorkerNamedPipeClient::ServeOrRefuse(const wchar_t* loggerName,
+                                             bool (Handler::*operation)(const Request&),
+                                             const unsigned char* message, uint32_t bytesReceived) {
+    const Request* request = IpcView<Request>(message, bytesReceived);
+    if (request == nullptr) {
+        // A served type whose size field is not its own is never read: the host's operation
+        // ends with E_FAIL and the session goes on.
+        RefuseUnreadableRequest(Request::kType);
+        IpcSend(*m_connection, RefusalReply<Reply>());
+        return false;
+    }
+    return ServeRequest(loggerName, *request, operation, m_connection, m_executor);
+}
+
+void NetWorkerNamedPipeClient::RefuseUnreadableRequest(uint32_t type) {
+    m_log->Error(L"NetWorkerNamedPipeClient::HandleMessage",
+                 L"Refused a message of type %i whose size field is not its own. Error: %08lx.",
+                 static_cast<int>(type),
+                 static_cast<unsigned long>(static_cast<uint32_t>(NetWorkerStatus::Fail)));
 }
 
 bool NetWorkerNamedPipeClient::HandleCancelMessage(const IpcShouldCancel& message) {

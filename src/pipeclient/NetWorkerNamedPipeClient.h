@@ -42,6 +42,12 @@ private:
     // Serves one message of the main loop; true ends the loop.
     bool HandleMessage(const unsigned char* message, uint32_t bytesReceived);
     bool HandleCancelMessage(const IpcShouldCancel& message);
+    // Serves a request through a fresh Handler, or, when its size field is not its type's,
+    // answers it with `Reply` carrying E_FAIL, unread.
+    template <typename Handler, typename Request, typename Reply>
+    bool ServeOrRefuse(const wchar_t* loggerName, bool (Handler::*operation)(const Request&),
+                       const unsigned char* message, uint32_t bytesReceived);
+    void RefuseUnreadableRequest(uint32_t type);
     // Zero-fills the receive buffer and receives one message into it.
     bool ReceiveIntoBuffer(uint32_t* bytesReceived);
 

@@ -51,7 +51,7 @@ void NetWorkerNamedPipeExecutor::SendToHelper(const Message& message) {
     IpcSend(*m_connection, message);
 }
 
-bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method, uint32_t* bytesRead) {
+bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method) {
     std::memset(m_buffer, 0, sizeof m_buffer);
     uint32_t length = kIpcMaxMessageSize;
     if (!m_connection->Receive(m_buffer, &length)) {
@@ -59,10 +59,10 @@ bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method, uint32_t* b
                            L"Failed to receive correctly from the pipe. Other end of pipe "
                            L"disconnected while receiving message from pipe! Error: %08lx.",
                            StatusBits(kStatusPipeClosed));
-        *bytesRead = 0;
+        m_replyLength = 0;
         return false;
     }
-    *bytesRead = length;
+    m_replyLength = length;
     return true;
 }
 
@@ -94,15 +94,15 @@ int32_t NetWorkerNamedPipeExecutor::InvalidMessageType(const wchar_t* method) {
 void NetWorkerNamedPipeExecutor::SendRefusal(uint32_t type) {
     switch (type) {
         case IpcTypeFileFound:
-            // The rest of the catalogue is listed unseen: a "stop" would stay with the helper's
-            // executor and cancel the host's next catalogue before it began.
-            SendToHelper(IpcBuildShouldCancel(eContinue));
-            break;
         case IpcTypeUpdateProgress:
+            // A stop ends only the operation it was answered in: the helper's next request is
+            // served as if nothing had happened.
             SendToHelper(IpcBuildShouldCancel(eQuit));
             break;
         case IpcTypeNetWorkerError:
-            SendToHelper(IpcBuildNetWorkerErrorResponse(0));
+            // For a full disk this ends the extraction as cancelled and deletes its file, on the
+            // last block too (0 would keep a file without that block).
+            SendToHelper(IpcBuildNetWorkerErrorResponse(NetWorkerWinError::Cancelled));
             break;
         case IpcTypeAllocationError:
             SendToHelper(IpcBuildAllocationErrorResponse(0));
@@ -112,25 +112,23 @@ void NetWorkerNamedPipeExecutor::SendRefusal(uint32_t type) {
     }
 }
 
-void NetWorkerNamedPipeExecutor::AbandonConversation(const wchar_t* method,
-                                                     uint32_t pendingType) noexcept {
+void NetWorkerNamedPipeExecutor::AbandonConversation(uint32_t pendingType,
+                                                     uint32_t finalType) noexcept {
     try {
         SendRefusal(pendingType);
         for (;;) {
-            uint32_t bytesRead = 0;
-            if (!ReceiveReply(method, &bytesRead)) {
+            std::memset(m_buffer, 0, sizeof m_buffer);
+            uint32_t length = kIpcMaxMessageSize;
+            if (!m_connection->Receive(m_buffer, &length)) {
                 return;
             }
-            const uint32_t type = IpcReceivedType(m_buffer, bytesRead);
-            if (type == IpcTypeFinishCatalog || type == IpcTypeFinishExtractFile) {
+            const uint32_t type = IpcReceivedType(m_buffer, length);
+            if (type == finalType) {
                 return;
             }
-            if (type != IpcTypeFileFound && type != IpcTypeUpdateProgress &&
-                type != IpcTypeNetWorkerError && type != IpcTypeAllocationError) {
-                InvalidMessageType(method);
-                return;
+            if (IpcIsQuestion(type)) {
+                SendRefusal(type);
             }
-            SendRefusal(type);
         }
     } catch (...) {
         // The pipe failed too: the session is lost, and the host's exception is what it sees.
@@ -138,31 +136,32 @@ void NetWorkerNamedPipeExecutor::AbandonConversation(const wchar_t* method,
 }
 
 template <typename Ask>
-auto NetWorkerNamedPipeExecutor::AskHost(const wchar_t* method, uint32_t type, Ask&& ask)
-    -> decltype(ask()) {
+auto NetWorkerNamedPipeExecutor::AskHost(const wchar_t* /*method*/, uint32_t type,
+                                         uint32_t finalType, Ask&& ask) -> decltype(ask()) {
     // Runs only if the host's callback does not come back: then the helper still waits.
-    ScopeExit abandon([&] { AbandonConversation(method, type); });
+    ScopeExit abandon([&] { AbandonConversation(type, finalType); });
     auto answer = CallHost(ask);
     abandon.Dismiss();
     return answer;
 }
 
-bool NetWorkerNamedPipeExecutor::AnswerErrorCallback(const wchar_t* method, uint32_t type,
-                                                     uint32_t bytesRead,
-                                                     INetWorkerErrorCallBack* error) {
+bool NetWorkerNamedPipeExecutor::AnswerErrorQuestion(const wchar_t* method, uint32_t finalType,
+                                                     const Relay& relay) {
+    INetWorkerErrorCallBack* error = relay.error;
+    const uint32_t type = IpcReceivedType(m_buffer, m_replyLength);
     if (type == IpcTypeNetWorkerError) {
-        const auto* message = IpcView<IpcNetWorkerError>(m_buffer, bytesRead);
+        const auto* message = IpcView<IpcNetWorkerError>(m_buffer, m_replyLength);
         if (message == nullptr) {
             return false;
         }
-        const uint32_t answer =
-            error != nullptr
-                ? AskHost(method, type, [&] { return error->NetWorkerError(message->code); })
-                : 0;
+        const uint32_t answer = error != nullptr
+                                    ? AskHost(method, type, finalType,
+                                              [&] { return error->NetWorkerError(message->code); })
+                                    : 0;
         SendToHelper(IpcBuildNetWorkerErrorResponse(answer));
         return true;
     }
-    const auto* message = IpcView<IpcAllocationError>(m_buffer, bytesRead);
+    const auto* message = IpcView<IpcAllocationError>(m_buffer, m_replyLength);
     if (message == nullptr) {
         return false;
     }
@@ -172,9 +171,108 @@ bool NetWorkerNamedPipeExecutor::AnswerErrorCallback(const wchar_t* method, uint
     info.catalogueSize = message->catalogueSize;
     info.catalogueCapacity = message->catalogueCapacity;
     const uint32_t answer =
-        error != nullptr ? AskHost(method, type, [&] { return error->AllocationError(&info); }) : 0;
+        error != nullptr
+            ? AskHost(method, type, finalType, [&] { return error->AllocationError(&info); })
+            : 0;
     SendToHelper(IpcBuildAllocationErrorResponse(answer));
     return true;
+}
+
+bool NetWorkerNamedPipeExecutor::AnswerQuestion(const wchar_t* method, uint32_t finalType,
+                                                const Relay& relay) {
+    const uint32_t type = IpcReceivedType(m_buffer, m_replyLength);
+    if (relay.stopQuestion == 0) {
+        return false;  // this operation relays no question at all
+    }
+    if (type == IpcTypeNetWorkerError || type == IpcTypeAllocationError) {
+        return AnswerErrorQuestion(method, finalType, relay);
+    }
+    if (type != relay.stopQuestion) {
+        return false;
+    }
+    bool stop = false;
+    if (const auto* found = IpcView<IpcFileFound>(m_buffer, m_replyLength)) {
+        NetWorkerFileInfo info{};
+        info.index = found->index;
+        // A time the conversion refuses leaves the record zero, as Windows' own does.
+        info.backupTime = SYSTEMTIME{};
+        CivilFileTimeToSystemTime(TicksToFileTime(found->backupTime), &info.backupTime);
+        // Points into the receive buffer: valid only during the callback.
+        info.path = found->path;
+        info.size = found->size;
+        info.restoreOrder = found->restoreOrder;
+        INetWorkerFileFoundCallBack* fileFound = relay.fileFound;
+        stop = fileFound != nullptr && AskHost(method, type, finalType, [&] {
+                   return fileFound->NetWorkerFileFound(&info);
+               });
+    } else if (const auto* update = IpcView<IpcUpdateProgress>(m_buffer, m_replyLength)) {
+        NetWorkerProgressInfo info{};
+        info.state = update->state;
+        info.bytesDone = update->bytesDone;
+        INetWorkerUpdateProgressCallBack* progress = relay.progress;
+        stop = progress != nullptr &&
+               AskHost(method, type, finalType, [&] { return progress->UpdateProgress(&info); });
+    } else {
+        return false;  // the right kind, the wrong size
+    }
+    SendToHelper(IpcBuildShouldCancel(CancelResponse(stop)));
+    return true;
+}
+
+NetWorkerNamedPipeExecutor::ConversationEnd NetWorkerNamedPipeExecutor::Converse(
+    const wchar_t* method, uint32_t finalType, const Relay& relay, bool* confused) {
+    // Catalog and ExtractFile report what they cannot use with their own line, the one-reply
+    // operations with Initialize's.
+    const auto logUnexpected = [&](uint32_t type) {
+        if (relay.stopQuestion != 0) {
+            InvalidMessageType(method);
+        } else {
+            UnexpectedReply(method, finalType, type);
+        }
+    };
+    for (;;) {
+        if (!ReceiveReply(method)) {
+            return ConversationEnd::PipeClosed;
+        }
+        const uint32_t type = IpcReceivedType(m_buffer, m_replyLength);
+        if (type == finalType) {
+            // A final message that cannot be read still ends the operation.
+            return IpcHasExactSize(m_buffer, m_replyLength) ? ConversationEnd::Final
+                                                            : ConversationEnd::UnreadableFinal;
+        }
+        if (IpcIsQuestion(type)) {
+            if (!AnswerQuestion(method, finalType, relay)) {
+                // The helper waits for an answer all the same: it gets a refusal, unasked.
+                logUnexpected(type);
+                SendRefusal(type);
+                *confused = true;
+            }
+            continue;
+        }
+        // Not a question and not the end: the helper is still inside the operation.
+        logUnexpected(type);
+        *confused = true;
+    }
+}
+
+template <typename Reply>
+const Reply* NetWorkerNamedPipeExecutor::AwaitReply(const wchar_t* method, int32_t* failure) {
+    bool confused = false;
+    switch (Converse(method, Reply::kType, Relay{}, &confused)) {
+        case ConversationEnd::PipeClosed:
+            *failure = kStatusPipeClosed;
+            return nullptr;
+        case ConversationEnd::UnreadableFinal:
+            *failure = UnexpectedReply(method, Reply::kType, Reply::kType);
+            return nullptr;
+        case ConversationEnd::Final:
+            break;
+    }
+    if (confused) {
+        *failure = kStatusFail;  // each message it could not use was logged as it came
+        return nullptr;
+    }
+    return IpcView<Reply>(m_buffer, m_replyLength);
 }
 
 int32_t NetWorkerNamedPipeExecutor::Initialize(const char* clientName, const char* serverName) {
@@ -211,14 +309,9 @@ int32_t NetWorkerNamedPipeExecutor::Initialize(const char* clientName, const cha
 
     SendToHelper(request);
 
-    uint32_t bytesRead = 0;
-    if (!ReceiveReply(kMethod, &bytesRead)) {
-        return kStatusPipeClosed;
-    }
-    if (const auto* reply = IpcView<IpcFinishInitialize>(m_buffer, bytesRead)) {
-        return reply->result;
-    }
-    return UnexpectedReply(kMethod, IpcTypeFinishInitialize, IpcReceivedType(m_buffer, bytesRead));
+    int32_t failure = kStatusFail;
+    const auto* reply = AwaitReply<IpcFinishInitialize>(kMethod, &failure);
+    return reply != nullptr ? reply->result : failure;
 }
 
 int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FILETIME* timeAfter,
@@ -234,35 +327,22 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
     }
     SendToHelper(IpcBuildBeginCatalog(timeBefore, timeAfter));
 
-    for (;;) {
-        uint32_t bytesRead = 0;
-        if (!ReceiveReply(kMethod, &bytesRead)) {
+    Relay relay;
+    relay.stopQuestion = IpcTypeFileFound;
+    relay.fileFound = fileFound;
+    relay.error = error;
+    bool confused = false;
+    switch (Converse(kMethod, IpcTypeFinishCatalog, relay, &confused)) {
+        case ConversationEnd::PipeClosed:
             return kStatusPipeClosed;
-        }
-        const uint32_t type = IpcReceivedType(m_buffer, bytesRead);
-        if (const auto* found = IpcView<IpcFileFound>(m_buffer, bytesRead)) {
-            NetWorkerFileInfo info{};
-            info.index = found->index;
-            // A time the conversion refuses leaves the record zero, as Windows' own does.
-            info.backupTime = SYSTEMTIME{};
-            CivilFileTimeToSystemTime(TicksToFileTime(found->backupTime), &info.backupTime);
-            // Points into the receive buffer: valid only during the callback.
-            info.path = found->path;
-            info.size = found->size;
-            info.restoreOrder = found->restoreOrder;
-            const bool stop = fileFound != nullptr && AskHost(kMethod, type, [&] {
-                                  return fileFound->NetWorkerFileFound(&info);
-                              });
-            SendToHelper(IpcBuildShouldCancel(CancelResponse(stop)));
-        } else if (const auto* finish = IpcView<IpcFinishCatalog>(m_buffer, bytesRead)) {
-            return finish->result;
-        } else if ((type == IpcTypeNetWorkerError || type == IpcTypeAllocationError) &&
-                   AnswerErrorCallback(kMethod, type, bytesRead, error)) {
-            continue;
-        } else {
+        case ConversationEnd::UnreadableFinal:
             return InvalidMessageType(kMethod);
-        }
+        case ConversationEnd::Final:
+            break;
     }
+    // A catalogue whose conversation held a message it could not use is a failed one; each such
+    // message was logged as it came.
+    return confused ? kStatusFail : IpcView<IpcFinishCatalog>(m_buffer, m_replyLength)->result;
 }
 
 int32_t NetWorkerNamedPipeExecutor::GetFileSize(uint32_t index, bool correctSize, uint64_t* size) {
@@ -270,28 +350,21 @@ int32_t NetWorkerNamedPipeExecutor::GetFileSize(uint32_t index, bool correctSize
     NWX_TRACE_METHOD(m_log.get(), kMethod, MethodEndOnUnwind::Skip);
     SendToHelper(IpcBuildBeginGetFileSize(index, correctSize));
 
-    uint32_t bytesRead = 0;
-    if (!ReceiveReply(kMethod, &bytesRead)) {
-        return kStatusPipeClosed;
+    int32_t failure = kStatusFail;
+    const auto* reply = AwaitReply<IpcFinishGetFileSize>(kMethod, &failure);
+    if (reply == nullptr) {
+        return failure;
     }
-    if (const auto* reply = IpcView<IpcFinishGetFileSize>(m_buffer, bytesRead)) {
-        *size = reply->size;
-        return 0;
-    }
-    return UnexpectedReply(kMethod, IpcTypeFinishGetFileSize, IpcReceivedType(m_buffer, bytesRead));
+    *size = reply->size;
+    return 0;
 }
 
 template <typename Request, typename Reply>
 int32_t NetWorkerNamedPipeExecutor::StatusConversation(const wchar_t* method) {
     SendToHelper(IpcMakeMessage<Request>());
-    uint32_t bytesRead = 0;
-    if (!ReceiveReply(method, &bytesRead)) {
-        return kStatusPipeClosed;
-    }
-    if (const auto* reply = IpcView<Reply>(m_buffer, bytesRead)) {
-        return reply->result;
-    }
-    return UnexpectedReply(method, Reply::kType, IpcReceivedType(m_buffer, bytesRead));
+    int32_t failure = kStatusFail;
+    const auto* reply = AwaitReply<Reply>(method, &failure);
+    return reply != nullptr ? reply->result : failure;
 }
 
 int32_t NetWorkerNamedPipeExecutor::BeginExtract() {
@@ -314,39 +387,23 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
     }
     SendToHelper(request);
 
-    for (;;) {
-        uint32_t bytesRead = 0;
-        if (!ReceiveReply(kMethod, &bytesRead)) {
+    Relay relay;
+    relay.stopQuestion = IpcTypeUpdateProgress;
+    relay.progress = progress;
+    relay.error = error;
+    // Unlike Catalog, a message it cannot use does not fail the extraction: it is logged and
+    // the helper's status stands (kept on purpose: docs/compatibility.md, "lenient
+    // extraction"). A question it cannot use was refused, which the helper ends as cancelled.
+    bool confused = false;
+    switch (Converse(kMethod, IpcTypeFinishExtractFile, relay, &confused)) {
+        case ConversationEnd::PipeClosed:
             return kStatusPipeClosed;
-        }
-        const uint32_t type = IpcReceivedType(m_buffer, bytesRead);
-        if (const auto* finish = IpcView<IpcFinishExtractFile>(m_buffer, bytesRead)) {
-            return finish->result;
-        } else if (const auto* update = IpcView<IpcUpdateProgress>(m_buffer, bytesRead)) {
-            NetWorkerProgressInfo info{};
-            info.state = update->state;
-            info.bytesDone = update->bytesDone;
-            const bool cancel = progress != nullptr && AskHost(kMethod, type, [&] {
-                                    return progress->UpdateProgress(&info);
-                                });
-            SendToHelper(IpcBuildShouldCancel(CancelResponse(cancel)));
-        } else if ((type == IpcTypeNetWorkerError || type == IpcTypeAllocationError) &&
-                   AnswerErrorCallback(kMethod, type, bytesRead, error)) {
-            continue;
-        } else if (type == IpcTypeUpdateProgress || type == IpcTypeNetWorkerError ||
-                   type == IpcTypeAllocationError) {
-            // A question of the wrong size: the helper waits for an answer all the same. It
-            // is refused without asking the host, so both sides stay in step and the helper
-            // ends the extraction as cancelled.
-            InvalidMessageType(kMethod);
-            SendRefusal(type);
-        } else {
-            // Unlike Catalog, an unknown message does not end the extraction: it is logged
-            // and the next message is awaited (kept on purpose: docs/compatibility.md,
-            // "lenient extraction").
-            InvalidMessageType(kMethod);
-        }
+        case ConversationEnd::UnreadableFinal:
+            return InvalidMessageType(kMethod);
+        case ConversationEnd::Final:
+            break;
     }
+    return IpcView<IpcFinishExtractFile>(m_buffer, m_replyLength)->result;
 }
 
 int32_t NetWorkerNamedPipeExecutor::EndExtract() {

@@ -58,28 +58,54 @@ public:
     static long StartClientProcess(const wchar_t* pipeName);
 
 private:
+    // How the conversation of one operation ended.
+    enum class ConversationEnd { Final, UnreadableFinal, PipeClosed };
+    // What one operation relays to the host. `stopQuestion` is the kind of stop question it
+    // expects (IpcTypeFileFound for Catalog, IpcTypeUpdateProgress for ExtractFile; 0 for the
+    // operations that expect no question at all, which also refuse error questions).
+    struct Relay {
+        uint32_t stopQuestion = 0;
+        INetWorkerFileFoundCallBack* fileFound = nullptr;
+        INetWorkerUpdateProgressCallBack* progress = nullptr;
+        INetWorkerErrorCallBack* error = nullptr;
+    };
+
     // Sends one fixed-size message in one write.
     template <typename Message>
     void SendToHelper(const Message& message);
-    // Receives one reply into m_buffer; false (after the Error line) when the pipe closed.
-    bool ReceiveReply(const wchar_t* method, uint32_t* bytesRead);
-    // Answers an IpcNetWorkerError or IpcAllocationError that arrived during an operation.
-    // Returns false when the message had the type but not the size of its kind.
-    bool AnswerErrorCallback(const wchar_t* method, uint32_t type, uint32_t bytesRead,
-                             INetWorkerErrorCallBack* error);
-    // Calls the host's callback for a question of kind `type` through the host-call guard. If
-    // the callback does not come back (it throws, whatever compiled it), the conversation is
+    // Receives one reply into m_buffer (its length into m_replyLength); false (after the Error
+    // line) when the pipe closed.
+    bool ReceiveReply(const wchar_t* method);
+    // Reads the helper's messages until the final one of type `finalType`, answering every
+    // question on the way: the host's callback for a readable question of this operation, a
+    // refusal for any other. Any other message is logged and read past: the helper is still
+    // inside the operation until it sends its final message. `confused` tells whether anything
+    // but the operation's own readable messages came. The final message is left in m_buffer.
+    ConversationEnd Converse(const wchar_t* method, uint32_t finalType, const Relay& relay,
+                             bool* confused);
+    // Answers one question with the host's callback; false (nothing sent) when the question is
+    // not one this operation relays, or cannot be read.
+    bool AnswerQuestion(const wchar_t* method, uint32_t finalType, const Relay& relay);
+    bool AnswerErrorQuestion(const wchar_t* method, uint32_t finalType, const Relay& relay);
+    // Calls the host's callback for the question of kind `type` through the host-call guard.
+    // If the callback does not come back (it throws, whatever compiled it), the conversation is
     // abandoned on the way out, and the exception goes on to the host.
     template <typename Ask>
-    auto AskHost(const wchar_t* method, uint32_t type, Ask&& ask) -> decltype(ask());
-    // The answer to a question that the host is not asked: "go on" for a file found (the rest of
-    // the catalogue is listed unseen), "stop" for a progress report, 0 for an error or
-    // allocation question (which cancels a disk-full retry).
+    auto AskHost(const wchar_t* method, uint32_t type, uint32_t finalType, Ask&& ask)
+        -> decltype(ask());
+    // The answer to a question that the host is not asked: "stop" for a file found or a
+    // progress report, 1223 (cancelled) for an error question, so that a disk-full question
+    // ends the extraction without keeping its file, 0 for an allocation question.
     void SendRefusal(uint32_t type);
     // After a host's callback threw: refuses the question still open and every further one of
     // the operation and reads to its final message, so that the helper ends the operation
-    // (ending the transfer, deleting an incomplete file) and waits for the next request.
-    void AbandonConversation(const wchar_t* method, uint32_t pendingType) noexcept;
+    // (ending the transaction or the transfer, deleting an incomplete file) and waits for the
+    // next request.
+    void AbandonConversation(uint32_t pendingType, uint32_t finalType) noexcept;
+    // The reply of a one-reply operation (Initialize, GetFileSize, BeginExtract, EndExtract),
+    // or null with the status to return.
+    template <typename Reply>
+    const Reply* AwaitReply(const wchar_t* method, int32_t* failure);
     // One request answered by one status reply (BeginExtract, EndExtract).
     template <typename Request, typename Reply>
     int32_t StatusConversation(const wchar_t* method);
@@ -92,5 +118,6 @@ private:
     std::wstring m_pipeName;
     INamedPipeConnection* m_connection;  // borrowed: the host frees it after this executor
     UniqueLogger m_log;
-    unsigned char m_buffer[kIpcMaxMessageSize];
+    alignas(8) unsigned char m_buffer[kIpcMaxMessageSize];
+    uint32_t m_replyLength = 0;
 };
