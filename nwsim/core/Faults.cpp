@@ -85,6 +85,26 @@ bool ParseEntry(std::string_view entry, FaultPlan& plan, std::string& error) {
         plan.callFaults.push_back(fault);
         return true;
     }
+    const size_t dot = key.rfind('.');
+    if (dot != std::string_view::npos && key.substr(dot) == ".hold" &&
+        XbsaCallFromName(key.substr(0, dot), call)) {
+        CallHold hold;
+        hold.call = call;
+        if (!ParseNumber(value, hold.atCall) || hold.atCall == 0) {
+            error = bad + " (the call number counts from 1)";
+            return false;
+        }
+        plan.holds.push_back(hold);
+        return true;
+    }
+    if (key == "hold.release") {
+        if (value.empty()) {
+            error = bad + " (a directory)";
+            return false;
+        }
+        plan.holdRelease = std::string(value);
+        return true;
+    }
     uint64_t number = 0;
     if (key == "BSAGetObject.bufferLen") {
         if (!ParseNumber(value, number) || number == 0 || number > 65535) {
@@ -191,6 +211,15 @@ std::optional<int32_t> FaultPlan::ForcedCode(XbsaCall call, uint64_t callNumber)
     return std::nullopt;
 }
 
+bool FaultPlan::Holds(XbsaCall call, uint64_t callNumber) const {
+    for (const CallHold& hold : holds) {
+        if (hold.call == call && hold.atCall == callNumber) {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool ParseFaults(std::string_view text, FaultPlan& plan, std::string& error) {
     size_t lineStart = 0;
     while (lineStart <= text.size()) {
@@ -216,6 +245,11 @@ bool ParseFaults(std::string_view text, FaultPlan& plan, std::string& error) {
             start = end + 1;
         }
         lineStart = lineEnd + 1;
+    }
+    // A hold that nothing could release would stop its process for good.
+    if (!plan.holds.empty() && plan.holdRelease.empty()) {
+        error = "a hold needs hold.release=<directory>";
+        return false;
     }
     return true;
 }

@@ -13,6 +13,10 @@
 //   nsrinfo.delay=<milliseconds>        nsrinfo.exe waits this long before it answers
 //   nsrinfo.exit=<code>                 nsrinfo.exe prints its normal output and exits <code>
 //   nsrinfo.output=normal|spaced|late|long-value|empty|flood
+//   <Call>.hold=<n>                     the n-th call (counted as for faults) journals a
+//                                       "hold" line and waits, before doing anything, until
+//                                       hold.release names a file after its process id
+//   hold.release=<directory>            where held calls look for that file (needed by holds)
 // A later entry for the same setting replaces an earlier one. Call faults add up; when several
 // match a call, the last one wins.
 
@@ -52,8 +56,16 @@ struct CallFault {
     bool andLater = false;
 };
 
+// A call that waits to be released: a test can then act while a process is known to be there.
+struct CallHold {
+    XbsaCall call = XbsaCall::Init;
+    uint64_t atCall = 1;
+};
+
 struct FaultPlan {
     std::vector<CallFault> callFaults;
+    std::vector<CallHold> holds;
+    std::string holdRelease;  // directory; the file named after a held process releases it
     uint32_t bufferLen = 16384;
     uint64_t throttleBytesPerSecond = 0;
     bool oversizedRecords = false;
@@ -63,6 +75,8 @@ struct FaultPlan {
 
     // The code forced on the callNumber-th call (from 1), if any; the last matching entry wins.
     std::optional<int32_t> ForcedCode(XbsaCall call, uint64_t callNumber) const;
+    // True when the callNumber-th call (from 1) is to be held.
+    bool Holds(XbsaCall call, uint64_t callNumber) const;
 };
 
 // Adds the entries of text to plan; false with a reason naming the bad entry.

@@ -199,6 +199,35 @@ void XbsaServer::RefreshSettings(bool force) {
     }
 }
 
+void ServerHost::AwaitFile(const std::filesystem::path& file, std::chrono::milliseconds limit) {
+    const Clock::time_point until = Clock::now() + limit;
+    std::error_code ec;
+    while (!std::filesystem::exists(file, ec) && Clock::now() < until) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+void XbsaServer::HoldIfAsked(XbsaCall call) {
+    std::filesystem::path release;
+    uint64_t number = 0;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        // BSAInit reads the settings again itself; it is the one call that may count anew.
+        RefreshSettings(call == XbsaCall::Init);
+        number = m_callCounts[static_cast<int>(call)] + 1;
+        if (!m_faultError.empty() || !m_faults.Holds(call, number)) {
+            return;
+        }
+        release = std::filesystem::path(m_faults.holdRelease) / std::to_string(m_host.ProcessId());
+    }
+    JournalLine line("hold");
+    line.Text("call", XbsaCallName(call))
+        .Number("number", number)
+        .Number("pid", m_host.ProcessId());
+    Journal(line);
+    m_host.AwaitFile(release, kLongestHold);
+}
+
 std::optional<BSA_Int32> XbsaServer::Intercept(XbsaCall call) {
     const uint64_t number = ++m_callCounts[static_cast<int>(call)];
     if (!m_faultError.empty()) {
@@ -240,6 +269,7 @@ BSA_Int32 XbsaServer::Finish(JournalLine& line, const std::optional<BSA_Int32>& 
 
 BSA_Int32 XbsaServer::Init(BSA_Handle* handle, BSA_SecurityToken* /*token*/, BSA_ObjectOwner* owner,
                            char** environment) {
+    HoldIfAsked(XbsaCall::Init);
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(true);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::Init);
@@ -300,6 +330,7 @@ BSA_Int32 XbsaServer::Init(BSA_Handle* handle, BSA_SecurityToken* /*token*/, BSA
 }
 
 BSA_Int32 XbsaServer::Terminate(BSA_Handle handle) {
+    HoldIfAsked(XbsaCall::Terminate);
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::Terminate);
@@ -317,6 +348,7 @@ BSA_Int32 XbsaServer::Terminate(BSA_Handle handle) {
 }
 
 BSA_Int32 XbsaServer::BeginTxn(BSA_Handle handle) {
+    HoldIfAsked(XbsaCall::BeginTxn);
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::BeginTxn);
@@ -339,6 +371,7 @@ BSA_Int32 XbsaServer::BeginTxn(BSA_Handle handle) {
 }
 
 BSA_Int32 XbsaServer::EndTxn(BSA_Handle handle, BSA_Vote vote) {
+    HoldIfAsked(XbsaCall::EndTxn);
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::EndTxn);
@@ -366,6 +399,7 @@ BSA_Int32 XbsaServer::EndTxn(BSA_Handle handle, BSA_Vote vote) {
 
 BSA_Int32 XbsaServer::QueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,
                                   BSA_ObjectDescriptor* descriptor) {
+    HoldIfAsked(XbsaCall::QueryObject);
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::QueryObject);
@@ -418,6 +452,7 @@ BSA_Int32 XbsaServer::QueryObject(BSA_Handle handle, BSA_QueryDescriptor* query,
 }
 
 BSA_Int32 XbsaServer::QueryApiVersion(BSA_ApiVersion* version) {
+    HoldIfAsked(XbsaCall::QueryApiVersion);
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::QueryApiVersion);
@@ -439,6 +474,7 @@ BSA_Int32 XbsaServer::QueryApiVersion(BSA_ApiVersion* version) {
 }
 
 BSA_Int32 XbsaServer::GetNextQueryObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor) {
+    HoldIfAsked(XbsaCall::GetNextQueryObject);
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::GetNextQueryObject);
@@ -470,6 +506,7 @@ BSA_Int32 XbsaServer::GetNextQueryObject(BSA_Handle handle, BSA_ObjectDescriptor
 
 BSA_Int32 XbsaServer::OpenObject(BSA_Handle handle, BSA_ObjectDescriptor* descriptor,
                                  BSA_DataBlock32* dataBlock) {
+    HoldIfAsked(XbsaCall::GetObject);
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::GetObject);
@@ -523,6 +560,7 @@ BSA_Int32 XbsaServer::OpenObject(BSA_Handle handle, BSA_ObjectDescriptor* descri
 }
 
 BSA_Int32 XbsaServer::GetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) {
+    HoldIfAsked(XbsaCall::GetData);
     std::unique_lock<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::GetData);
@@ -595,6 +633,7 @@ BSA_Int32 XbsaServer::GetData(BSA_Handle handle, BSA_DataBlock32* dataBlock) {
 }
 
 BSA_Int32 XbsaServer::EndData(BSA_Handle handle) {
+    HoldIfAsked(XbsaCall::EndData);
     std::lock_guard<std::mutex> lock(m_mutex);
     RefreshSettings(false);
     const std::optional<BSA_Int32> forced = Intercept(XbsaCall::EndData);

@@ -30,6 +30,8 @@ constexpr BSA_Int32 kInitUnknownServer = BSA_RC_ABORT_SYSTEM_ERROR;      // 3
 constexpr BSA_Int32 kInitUnknownClient = BSA_RC_AUTHENTICATION_FAILURE;  // 4
 // Any call while the store or the fault settings cannot be read.
 constexpr BSA_Int32 kConfigurationError = BSA_RC_ABORT_SYSTEM_ERROR;  // 3
+// A held call goes on by itself after this long, so that a forgotten hold ends eventually.
+constexpr std::chrono::milliseconds kLongestHold{600000};
 
 constexpr BSA_UInt16 kApiIssue = 1;
 constexpr BSA_UInt16 kApiVersion = 2;
@@ -50,6 +52,10 @@ public:
     // The throttle's clock: the real one in the image, a controlled one in tests.
     virtual Clock::time_point Now() { return Clock::now(); }
     virtual void WaitUntil(Clock::time_point due) { std::this_thread::sleep_until(due); }
+    // The process the server runs in: a held call names it, so that a test knows whom it holds.
+    virtual uint64_t ProcessId() { return 0; }
+    // A held call's wait: until the file exists, or at most `limit`.
+    virtual void AwaitFile(const std::filesystem::path& file, std::chrono::milliseconds limit);
 
 protected:
     ~ServerHost() = default;
@@ -101,6 +107,9 @@ private:
 
     // Reads settings if never read or when forced; resets call counts when the faults changed.
     void RefreshSettings(bool force);
+    // Before the call is counted: when its number is held, journals a "hold" line and waits
+    // for the release, outside the lock so that the process's other sessions go on.
+    void HoldIfAsked(XbsaCall call);
     // Counts the call; the code a fault forces on it, or a configuration error, if any.
     std::optional<BSA_Int32> Intercept(XbsaCall call);
     Session* Find(BSA_Handle handle);

@@ -25,6 +25,7 @@ public:
     }
     bool JournalEnabled() override { return nwsim::JournalEnabled(); }
     void Append(const std::string& line) override { nwsim::AppendJournal(line); }
+    uint64_t ProcessId() override { return GetCurrentProcessId(); }
 
     static const int g_anchor;
 };
