@@ -391,9 +391,9 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
 
     std::unique_ptr<ExecutorFile> file;  // set only once this call has created the file
     // Decided by the status when the extraction ends with one. When an exception passes (a
-    // host's callback that threw), only a file that holds the whole object is kept: the data
-    // ended before the failure, as a "stop" answered then would have kept it.
-    bool complete = false;
+    // host's callback that threw), the file is kept only if the transfer had already ended with
+    // a status that keeps it, as a "stop" answered at that point would have kept it.
+    bool keepAfterException = false;
     std::optional<bool> keepFile;
     // Both run on every way out, in this order: the file is closed and, if this call created it
     // and did not extract it completely, deleted; then the object's data is ended, also when it
@@ -413,7 +413,7 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
             return;
         }
         file.reset();
-        if (!keepFile.value_or(complete)) {
+        if (!keepFile.value_or(keepAfterException)) {
             DeleteExtractionFile(directory, fileName);
         }
     });
@@ -429,7 +429,7 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
         if (file == nullptr) {
             RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod, L"Could not Create File");
         }
-        return CopyObjectToFile(index, *file, progress, error, &complete);
+        return CopyObjectToFile(index, *file, progress, error, &keepAfterException);
     });
 
     keepFile = !(status < 0 || status == NetWorkerStatus::Cancelled);
@@ -458,7 +458,7 @@ uint32_t NetWorkerApiExecutor::OpenObject(uint32_t index, BSA_DataBlock32* block
 
 int32_t NetWorkerApiExecutor::CopyObjectToFile(uint32_t index, ExecutorFile& file,
                                                INetWorkerUpdateProgressCallBack* progress,
-                                               INetWorkerErrorCallBack* error, bool* complete) {
+                                               INetWorkerErrorCallBack* error, bool* keep) {
     static constexpr wchar_t kMethod[] = L"NetWorkerApiExecutor::ExtractFile";
     PaddedXbsaRecord<BSA_DataBlock32> paddedBlock;
     BSA_DataBlock32& block = *paddedBlock;
@@ -499,13 +499,16 @@ int32_t NetWorkerApiExecutor::CopyObjectToFile(uint32_t index, ExecutorFile& fil
         }
         uint32_t written = 0;
         status = WriteBlock(file, buffer.get(), delivered, status, error, &written, &stop);
-        *complete = rc == kNoMoreData && written == delivered;
+        // The status of the block that ends the transfer decides the file: a stop answered to a
+        // later report, or a failure there, comes too late to change that.
+        if (rc == kNoMoreData || status < 0) {
+            *keep = !(status < 0 || status == NetWorkerStatus::Cancelled);
+        }
         if (reports.AfterBlock(written)) {
             stop = true;
         }
     } while (status >= 0 && rc != kNoMoreData);
 
-    // A stop answered to the last report comes too late to change this file's result.
     (void)reports.Finish();
     return status;
 }

@@ -67,11 +67,11 @@ private:
     // Opens catalogue entry `index` with BSAGetObject; returns the transfer buffer's size.
     uint32_t OpenObject(uint32_t index, BSA_DataBlock32* block);
     // Opens the object and copies its data block by block into `file`, reporting progress;
-    // returns the last block's status. `complete` tells whether the whole object is in the
-    // file, also when an exception leaves.
+    // returns the last block's status. `keep` tells whether the file is to be kept should an
+    // exception leave from here on.
     int32_t CopyObjectToFile(uint32_t index, ExecutorFile& file,
                              INetWorkerUpdateProgressCallBack* progress,
-                             INetWorkerErrorCallBack* error, bool* complete);
+                             INetWorkerErrorCallBack* error, bool* keep);
     // Writes one block, asking the host when the disk is full; returns the block's status and
     // sets `stop` when the host answered anything but a retry.
     int32_t WriteBlock(ExecutorFile& file, const uint8_t* data, uint32_t size, int32_t status,
