@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <numeric>
 
+#include "CommandLine.h"
+
 std::vector<size_t> LargestFirst(const std::vector<uint64_t>& sizes) {
     std::vector<size_t> order(sizes.size());
     std::iota(order.begin(), order.end(), size_t{0});
@@ -27,12 +29,32 @@ std::wstring CatalogueDifference(const std::vector<CatalogueRow>& first,
 }
 
 bool FileQueue::Next(size_t* position) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_next >= m_order.size()) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_changed.wait(lock, [this] { return !m_pending.empty() || m_taken == 0; });
+    if (m_pending.empty()) {
         return false;
     }
-    *position = m_order[m_next++];
+    *position = m_pending.front();
+    m_pending.pop_front();
+    ++m_taken;
     return true;
+}
+
+void FileQueue::Finished() {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        --m_taken;
+    }
+    m_changed.notify_all();
+}
+
+void FileQueue::GiveBack(size_t position) {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        --m_taken;
+        m_pending.push_front(position);
+    }
+    m_changed.notify_all();
 }
 
 std::wstring InFlightLabel(const std::vector<std::wstring>& backupPaths) {
@@ -47,4 +69,18 @@ std::wstring InFlightLabel(const std::vector<std::wstring>& backupPaths) {
             (i == 0 ? L" " : L", ") + (slash == std::wstring::npos ? path : path.substr(slash + 1));
     }
     return label;
+}
+
+int RestoreExitCode(const std::vector<FileOutcome>& outcomes, size_t sessions, size_t lost,
+                    bool cancelled) {
+    if (cancelled) {
+        return ExitCancelled;
+    }
+    if (lost >= sessions) {
+        return ExitNetWorker;
+    }
+    const bool allRestored =
+        std::all_of(outcomes.begin(), outcomes.end(),
+                    [](const FileOutcome& o) { return o.result == FileResult::Restored; });
+    return allRestored && lost == 0 ? ExitOk : ExitFilesFailed;
 }

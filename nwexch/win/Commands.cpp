@@ -29,13 +29,14 @@ int OpenAndCatalogue(const Options& options, Session* session, CatalogueCollecto
         Error(problem);
         return exitCode;
     }
-    int32_t status = 0;
-    try {
-        status = session->Executor()->Catalog(nullptr, nullptr, collector, collector);
-    } catch (const std::exception& e) {
-        Error(L"the catalogue failed: " + FromNarrow(e.what()));
+    const SessionCall catalogue = CallSession(*session, [&] {
+        return session->Executor()->Catalog(nullptr, nullptr, collector, collector);
+    });
+    if (catalogue.threw) {
+        Error(L"the catalogue failed: " + catalogue.thrown);
         return ExitNetWorker;
     }
+    const int32_t status = catalogue.status;
     if (RunCancellation().Requested()) {
         Error(L"cancelled while the catalogue was taken");
         return ExitCancelled;

@@ -66,77 +66,125 @@ std::wstring AbsoluteDirectory(const std::wstring& directory) {
     return full;
 }
 
-// Extracts one file under its partial name, checks it and gives it its name. Every outcome is
-// recorded; false only when the session to NetWorker is lost and nothing more can be done.
-bool RestoreFile(INetWorkerExecutor* executor, const PlannedFile& file, uint64_t expected,
-                 bool overwrite, SessionProgress* progress, DiskFullHandler* diskFull,
-                 FileOutcome* outcome) {
-    const std::wstring partial = JoinWindowsPath(file.directory, file.PartialName());
-    const std::wstring destination = file.FullPath();
-    progress->StartFile(file.backupPath, expected);
-    diskFull->StartFile(destination);
-    int32_t status = 0;
-    try {
-        status = executor->ExtractFile(file.index, file.directory.c_str(),
-                                       file.PartialName().c_str(), progress, diskFull);
-    } catch (const std::exception& e) {
-        outcome->result = FileResult::Failed;
-        outcome->reason = L"the pipe to the helper program failed: " + FromNarrow(e.what());
-        RemoveIfPresent(partial);
-        return false;
+// What every session of one restore shares.
+struct RestoreRun {
+    const Options& options;
+    const RestorePlan& plan;
+    const std::vector<uint64_t>& expected;  // exact sizes, 0 when unknown
+    FileQueue& queue;
+    ProgressBoard& board;
+    std::vector<FileOutcome>& outcomes;  // by plan position; each written by one session at a time
+    size_t sessionCount;
+};
+
+// "the session to NetWorker" on its own, "session 2 of 4" among several (numbered from 1).
+std::wstring SessionName(size_t number, size_t count) {
+    if (count == 1) {
+        return L"the session to NetWorker";
     }
-    progress->FileDone();
+    return L"session " + std::to_wstring(number + 1) + L" of " + std::to_wstring(count);
+}
+
+// An error line about one session; among several, it names the session.
+void SessionError(const std::wstring& session, const RestoreRun& run, const std::wstring& text) {
+    Error(run.sessionCount == 1 ? text : session + L": " + text);
+}
+
+// The error line of a session that is lost, saying when and why.
+void ReportLoss(const std::wstring& session, const std::wstring& when, const std::wstring& why) {
+    Error(session + L" is lost " + when + L": " + why);
+}
+
+// How the extraction of one file through a session ended.
+enum class FileEnd {
+    Settled,         // its outcome is recorded and the session goes on
+    LostDuringFile,  // the session was lost with the file under way: it is recorded as failed
+    LostBeforeFile,  // the session was lost before a byte of the file came: nothing is recorded
+};
+
+// Where a planned file is written until it is complete.
+std::wstring PartialPath(const PlannedFile& file) {
+    return JoinWindowsPath(file.directory, file.PartialName());
+}
+
+// Extracts one file under its partial name, checks it and gives it its name. Removes the
+// partial file of every outcome it records; when the session is lost, *loss says how, and the
+// partial file (which the helper may still hold open) is the caller's to remove.
+FileEnd RestoreFile(Session& session, const RestoreRun& run, size_t position,
+                    SessionProgress& progress, DiskFullHandler& diskFull, SessionCall* loss) {
+    const PlannedFile& file = run.plan.files[position];
+    const uint64_t expected = run.expected[position];
+    FileOutcome& outcome = run.outcomes[position];
+    const std::wstring partial = PartialPath(file);
+    const std::wstring destination = file.FullPath();
+    progress.StartFile(file.backupPath, expected);
+    diskFull.StartFile(destination);
+    const SessionCall call = CallSession(session, [&] {
+        return session.Executor()->ExtractFile(file.index, file.directory.c_str(),
+                                               file.PartialName().c_str(), &progress, &diskFull);
+    });
+    progress.FileDone();
+    if (call.Lost()) {
+        *loss = call;
+        if (!progress.Reported()) {
+            return FileEnd::LostBeforeFile;
+        }
+        outcome.result = FileResult::Failed;
+        outcome.reason = call.Why();
+        return FileEnd::LostDuringFile;
+    }
+    const int32_t status = call.status;
     bool exists = false;
     const uint64_t written = FileSizeOnDisk(partial, &exists);
-    if (diskFull->CancelledForDiskFull()) {
+    if (diskFull.CancelledForDiskFull()) {
         // Even a status of 0 leaves a short file when the last block did not fit.
-        outcome->result = FileResult::Cancelled;
-        outcome->reason = L"the disk is full";
+        outcome.result = FileResult::Cancelled;
+        outcome.reason = L"the disk is full";
         RemoveIfPresent(partial);
         RunCancellation().Request(L"cancelled because the disk is full");
-        return true;
+        return FileEnd::Settled;
     }
     if (status == NetWorkerStatus::Cancelled) {
-        outcome->result = FileResult::Cancelled;
-        outcome->reason =
+        outcome.result = FileResult::Cancelled;
+        outcome.reason =
             RunCancellation().Requested() ? RunCancellation().Reason() : std::wstring(L"cancelled");
         RemoveIfPresent(partial);
-        return true;
+        return FileEnd::Settled;
     }
     if (status < 0 || (status != 0 && status != kRetriedAfterDiskFull)) {
-        outcome->result = FileResult::Failed;
-        outcome->reason = FormatStatus(status);
+        outcome.result = FileResult::Failed;
+        outcome.reason = FormatStatus(status);
         RemoveIfPresent(partial);
-        // The helper program is gone: nothing more can be restored.
-        return status != NetWorkerStatus::PipeClosed;
+        return FileEnd::Settled;
     }
     // kRetriedAfterDiskFull: a retry after a full disk succeeded on the last block; the file
     // is whole. A cancellation that came after the last block leaves a whole file too: it is
     // kept (after the checks below) and only the files after it are skipped.
     if (!exists) {
-        outcome->result = FileResult::Failed;
-        outcome->reason = L"NetWorker reported success but no file was written";
-        return true;
+        outcome.result = FileResult::Failed;
+        outcome.reason = L"NetWorker reported success but no file was written";
+        return FileEnd::Settled;
     }
     if (expected != 0 && written != expected) {
-        outcome->result = FileResult::Failed;
-        outcome->reason = L"the restored file has " + FormatCount(written) +
-                          L" bytes, the backup " + FormatCount(expected);
+        outcome.result = FileResult::Failed;
+        outcome.reason = L"the restored file has " + FormatCount(written) + L" bytes, the backup " +
+                         FormatCount(expected);
         RemoveIfPresent(partial);
-        return true;
+        return FileEnd::Settled;
     }
-    const DWORD flags = MOVEFILE_WRITE_THROUGH | (overwrite ? MOVEFILE_REPLACE_EXISTING : 0);
+    const DWORD flags =
+        MOVEFILE_WRITE_THROUGH | (run.options.overwrite ? MOVEFILE_REPLACE_EXISTING : 0);
     if (!MoveFileExW(partial.c_str(), destination.c_str(), flags)) {
         const DWORD error = GetLastError();
-        outcome->result = FileResult::Failed;
-        outcome->reason = L"could not name it " + destination + L": " + WindowsErrorText(error);
+        outcome.result = FileResult::Failed;
+        outcome.reason = L"could not name it " + destination + L": " + WindowsErrorText(error);
         RemoveIfPresent(partial);
-        return true;
+        return FileEnd::Settled;
     }
-    outcome->result = FileResult::Restored;
-    outcome->bytes = written;
-    outcome->reason.clear();
-    return true;
+    outcome.result = FileResult::Restored;
+    outcome.bytes = written;
+    outcome.reason.clear();
+    return FileEnd::Settled;
 }
 
 // The rows to restore, by glob or by index, in NetWorker's restore order and then the
@@ -209,73 +257,152 @@ int PlanRestoreDestinations(const Options& options, const std::vector<const Cata
 }
 
 // The exact size of every planned file (0: unknown), for the progress total and the check of
-// each restored file.
-std::vector<uint64_t> ExactSizes(Session& session, const RestorePlan& plan, uint64_t* total) {
+// each restored file. *lost is set when the session is lost on the way: the sizes not asked for
+// stay unknown.
+std::vector<uint64_t> ExactSizes(Session& session, const std::wstring& sessionName,
+                                 const RestorePlan& plan, uint64_t* total, bool* lost) {
     std::vector<uint64_t> expected(plan.files.size(), 0);
     *total = 0;
+    *lost = false;
     for (size_t i = 0; i < plan.files.size(); ++i) {
         if (RunCancellation().Requested()) {
             break;
         }
         uint64_t size = 0;
-        const int32_t status = session.Executor()->GetFileSize(plan.files[i].index, true, &size);
-        if (status == 0) {
+        const SessionCall call = CallSession(session, [&] {
+            return session.Executor()->GetFileSize(plan.files[i].index, true, &size);
+        });
+        if (call.Lost()) {
+            ReportLoss(sessionName, L"while the exact sizes were asked for", call.Why());
+            *lost = true;
+            break;
+        }
+        if (call.status == 0) {
             expected[i] = size;  // 0 also when the helper's lookup failed: then unknown
         } else {
             Error(L"the exact size of " + plan.files[i].backupPath + L" is unknown (" +
-                  FormatStatus(status) + L"); it is restored without a size check");
+                  FormatStatus(call.status) + L"); it is restored without a size check");
         }
         *total += size;
     }
     return expected;
 }
 
-// What one session of a restore did.
-struct SessionRun {
-    bool began = false;  // BeginExtract succeeded
-    bool lost = false;   // the session ended before the queue was empty: its helper is gone
+// Closes the session, reporting what went wrong on the way; false when something did.
+bool CloseSession(Session& session, const std::wstring& name) noexcept {
+    const std::wstring problem = session.Close();
+    if (problem.empty()) {
+        return true;
+    }
+    ReportLoss(name, L"while it was closed", problem);
+    return false;
+}
+
+// A file taken from the queue, handed back to it on every way out: finished, unless it is given
+// back for another session.
+class TakenFile {
+public:
+    TakenFile(FileQueue& queue, size_t position) : m_queue(queue), m_position(position) {}
+    ~TakenFile() {
+        if (!m_givenBack) {
+            m_queue.Finished();
+        }
+    }
+    TakenFile(const TakenFile&) = delete;
+    TakenFile& operator=(const TakenFile&) = delete;
+
+    void GiveBack() {
+        m_givenBack = true;
+        m_queue.GiveBack(m_position);
+    }
+
+private:
+    FileQueue& m_queue;
+    size_t m_position;
+    bool m_givenBack = false;
 };
 
 // Takes files from the queue and extracts them through one session, between BeginExtract and
-// EndExtract, until the queue is empty or the session is lost; records each file's outcome. A
-// cancelled run takes the rest of the queue too, marking each file as not started.
-SessionRun ExtractThroughSession(Session& session, const Options& options, const RestorePlan& plan,
-                                 const std::vector<uint64_t>& expected, FileQueue& queue,
-                                 ProgressBoard& board, std::vector<FileOutcome>* outcomes) {
-    SessionRun run;
+// EndExtract, until no file is left or the session is lost; records each file's outcome. A
+// cancelled run takes the rest of the queue too, marking each file as not started. Returns
+// true when the session was lost, after its error line.
+bool ExtractThroughSession(Session& session, const std::wstring& name, const RestoreRun& run) {
     if (RunCancellation().Requested()) {
-        run.began = true;  // nothing to begin: the files stay "not started"
-        return run;
+        return false;  // the files stay "not started"
     }
-    const int32_t begin = session.Executor()->BeginExtract();
-    if (begin != 0) {
-        Error(L"NetWorker could not start the extraction: " + FormatStatus(begin));
-        run.lost = true;
-        return run;
+    const SessionCall begin =
+        CallSession(session, [&] { return session.Executor()->BeginExtract(); });
+    if (begin.Lost()) {
+        ReportLoss(name, L"before the extraction began", begin.Why());
+        return true;
     }
-    run.began = true;
-    SessionProgress progress(board);
-    DiskFullHandler diskFull(options.onDiskFull);
+    if (begin.status != 0) {
+        SessionError(name, run, L"NetWorker could not start the extraction: " + begin.Why());
+        return true;
+    }
+    SessionProgress progress(run.board);
+    DiskFullHandler diskFull(run.options.onDiskFull);
     size_t position = 0;
-    while (queue.Next(&position)) {
-        FileOutcome& outcome = (*outcomes)[position];
+    while (run.queue.Next(&position)) {
+        TakenFile taken(run.queue, position);
+        FileOutcome& outcome = run.outcomes[position];
         if (RunCancellation().Requested()) {
             outcome.result = FileResult::NotStarted;
             outcome.reason = RunCancellation().Reason() + L" before it started";
             continue;
         }
-        if (!RestoreFile(session.Executor(), plan.files[position], expected[position],
-                         options.overwrite, &progress, &diskFull, &outcome)) {
-            run.lost = true;
-            return run;
+        SessionCall loss;
+        const FileEnd end = RestoreFile(session, run, position, progress, diskFull, &loss);
+        if (end == FileEnd::Settled) {
+            continue;
         }
+        const PlannedFile& file = run.plan.files[position];
+        const bool reached = end == FileEnd::LostDuringFile;
+        ReportLoss(
+            name, reached ? L"during " + file.backupPath : L"before " + file.backupPath + L" began",
+            loss.Why());
+        // The helper may have created the file, and its handle on it goes only with its
+        // process, which closing the session waits for.
+        CloseSession(session, name);
+        RemoveIfPresent(PartialPath(file));
+        if (!reached) {
+            // Nothing of it was written: another session restores it.
+            taken.GiveBack();
+        }
+        return true;
     }
-    const int32_t end = session.Executor()->EndExtract();
-    if (end != 0) {
-        Error(L"NetWorker could not end the extraction cleanly: " + FormatStatus(end));
+    const SessionCall end = CallSession(session, [&] { return session.Executor()->EndExtract(); });
+    if (end.Lost()) {
+        ReportLoss(name, L"while the extraction was ended", end.Why());
+        return true;
     }
-    session.Executor()->Quit();
-    return run;
+    if (end.status != 0) {
+        SessionError(name, run, L"NetWorker could not end the extraction cleanly: " + end.Why());
+    }
+    const SessionCall quit = CallSession(session, [&] { return session.Executor()->Quit(); });
+    if (quit.threw) {
+        ReportLoss(name, L"when it was told to quit", quit.Why());
+        return true;
+    }
+    return false;
+}
+
+// One session's whole part of a restore, on a thread of its own or the main one, ending with the
+// session closed. Nothing in it ends the process: whatever the session throws is reported, and
+// the session counts as lost. Returns true when it was lost.
+bool RunSession(Session& session, const std::wstring& name, const RestoreRun& run) noexcept {
+    bool lost = false;
+    try {
+        lost = ExtractThroughSession(session, name, run);
+    } catch (...) {
+        ReportLoss(name, L"after an unexpected failure",
+                   DescribeException(session, std::current_exception()));
+        lost = true;
+    }
+    if (!CloseSession(session, name)) {
+        lost = true;
+    }
+    return lost;
 }
 
 // Opens sessions 1 to count - 1 side by side, each with its own helper, and takes each one's
@@ -291,10 +418,17 @@ int OpenFurtherSessions(const Options& options, const std::vector<CatalogueRow>&
     std::vector<Opening> openings(count - 1);
     std::vector<std::thread> threads;
     for (size_t i = 0; i < openings.size(); ++i) {
-        threads.emplace_back([&options, &openings, i] {
+        threads.emplace_back([&options, &openings, count, i] {
             Opening& opening = openings[i];
-            opening.code = OpenAndCatalogue(options, opening.session.get(), &opening.collector,
-                                            static_cast<unsigned>(i + 1));
+            try {
+                opening.code = OpenAndCatalogue(options, opening.session.get(), &opening.collector,
+                                                static_cast<unsigned>(i + 1));
+            } catch (...) {
+                // Nothing that a session throws may end the process from this thread.
+                Error(L"could not open " + SessionName(i + 1, count) + L": " +
+                      DescribeException(*opening.session, std::current_exception()));
+                opening.code = ExitNetWorker;
+            }
         });
     }
     for (std::thread& thread : threads) {
@@ -309,8 +443,8 @@ int OpenFurtherSessions(const Options& options, const std::vector<CatalogueRow>&
         }
         const std::wstring difference = CatalogueDifference(first, opening.collector.Rows());
         if (!difference.empty()) {
-            Error(L"session " + std::to_wstring(i + 1) +
-                  L" sees another catalogue than the first one (" + difference +
+            Error(SessionName(i + 1, count) + L" sees another catalogue than the first one (" +
+                  difference +
                   L"): the backup changed between the sessions' queries; nothing was restored, "
                   L"run the restore again");
             code = code == ExitOk ? static_cast<int>(ExitNetWorker) : code;
@@ -341,11 +475,14 @@ std::vector<FileOutcome> InitialOutcomes(const RestorePlan& plan) {
 }
 
 // One line per restored file, then the summary; returns the exit code of the run.
-int ReportRestore(std::vector<FileOutcome>& outcomes, bool sessionLost, uint64_t elapsedMs) {
-    if (sessionLost) {
+int ReportRestore(std::vector<FileOutcome>& outcomes, size_t sessions, size_t lost,
+                  uint64_t elapsedMs) {
+    if (lost == sessions) {
+        // Files are left over only when every session was lost.
         for (FileOutcome& outcome : outcomes) {
             if (outcome.result == FileResult::NotStarted) {
-                outcome.reason = L"the session to NetWorker was lost";
+                outcome.reason = sessions == 1 ? L"the session to NetWorker was lost"
+                                               : L"every session to NetWorker was lost";
             }
         }
     }
@@ -356,17 +493,49 @@ int ReportRestore(std::vector<FileOutcome>& outcomes, bool sessionLost, uint64_t
         }
     }
     Console().Out(FormatRestoreSummary(outcomes, elapsedMs));
+    return RestoreExitCode(outcomes, sessions, lost, RunCancellation().Requested());
+}
 
-    if (RunCancellation().Requested()) {
-        return ExitCancelled;
+// The positions of the planned files in the order the sessions take them: with one session in
+// restore order as always; with several the largest first, so that the big databases start at
+// once.
+std::vector<size_t> TakingOrder(const std::vector<uint64_t>& expected, size_t sessionCount) {
+    if (sessionCount > 1) {
+        return LargestFirst(expected);
     }
-    if (sessionLost) {
-        return ExitNetWorker;
+    std::vector<size_t> order(expected.size());
+    for (size_t i = 0; i < order.size(); ++i) {
+        order[i] = i;
     }
-    const bool allRestored =
-        std::all_of(outcomes.begin(), outcomes.end(),
-                    [](const FileOutcome& o) { return o.result == FileResult::Restored; });
-    return allRestored ? ExitOk : ExitFilesFailed;
+    return order;
+}
+
+// Runs every session that is still usable side by side (the first on this thread when it is
+// alone); returns how many were lost, counting those in `lostBefore`.
+size_t RunSessions(const std::vector<Session*>& sessions, const std::vector<bool>& lostBefore,
+                   const RestoreRun& run) {
+    std::vector<char> lost(sessions.size(), 0);  // not vector<bool>: each thread writes its own
+    auto runOne = [&](size_t i) {
+        const std::wstring name = SessionName(i, sessions.size());
+        if (lostBefore[i]) {
+            CloseSession(*sessions[i], name);  // its loss is reported already
+            lost[i] = 1;
+            return;
+        }
+        lost[i] = RunSession(*sessions[i], name, run) ? 1 : 0;
+    };
+    if (sessions.size() == 1) {
+        runOne(0);
+    } else {
+        std::vector<std::thread> threads;
+        for (size_t i = 0; i < sessions.size(); ++i) {
+            threads.emplace_back(runOne, i);
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+    return static_cast<size_t>(std::count(lost.begin(), lost.end(), 1));
 }
 
 }  // namespace
@@ -388,14 +557,15 @@ int RunRestore(const Options& options) {
     if (code != ExitOk) {
         return code;
     }
-    uint64_t total = 0;
-    const std::vector<uint64_t> expected = ExactSizes(first, plan, &total);
-    std::vector<FileOutcome> outcomes = InitialOutcomes(plan);
-
-    // No more sessions than files. With one, the files go in restore order as always; with
-    // several, the largest first, so that the big databases start at once.
+    // No more sessions than files.
     const size_t sessionCount =
         std::max<size_t>(1, std::min<size_t>(options.jobs, plan.files.size()));
+    uint64_t total = 0;
+    bool firstLost = false;
+    const std::vector<uint64_t> expected =
+        ExactSizes(first, SessionName(0, sessionCount), plan, &total, &firstLost);
+    std::vector<FileOutcome> outcomes = InitialOutcomes(plan);
+
     std::vector<std::unique_ptr<Session>> further;
     if (sessionCount > 1) {
         code = OpenFurtherSessions(options, collector.Rows(), sessionCount, &further);
@@ -403,41 +573,17 @@ int RunRestore(const Options& options) {
             return code;
         }
     }
-    std::vector<size_t> order(plan.files.size());
-    for (size_t i = 0; i < order.size(); ++i) {
-        order[i] = i;
-    }
-    if (sessionCount > 1) {
-        order = LargestFirst(expected);
-    }
-    FileQueue queue(std::move(order));
-
-    ProgressBoard board(total, CancelAfterBytesHook());
     std::vector<Session*> sessions = {&first};
     for (const std::unique_ptr<Session>& session : further) {
         sessions.push_back(session.get());
     }
-    std::vector<SessionRun> runs(sessions.size());
-    if (sessions.size() == 1) {
-        runs[0] = ExtractThroughSession(first, options, plan, expected, queue, board, &outcomes);
-    } else {
-        std::vector<std::thread> threads;
-        for (size_t i = 0; i < sessions.size(); ++i) {
-            threads.emplace_back([&, i] {
-                runs[i] = ExtractThroughSession(*sessions[i], options, plan, expected, queue, board,
-                                                &outcomes);
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-    }
-    if (std::none_of(runs.begin(), runs.end(), [](const SessionRun& run) { return run.began; })) {
-        return ExitNetWorker;
-    }
-    // Files are left over only when every session was lost.
-    const bool allLost =
-        std::all_of(runs.begin(), runs.end(), [](const SessionRun& run) { return run.lost; });
+    std::vector<bool> lostBefore(sessions.size(), false);
+    lostBefore[0] = firstLost;
+
+    FileQueue queue(TakingOrder(expected, sessionCount));
+    ProgressBoard board(total, CancelAfterBytesHook());
+    const RestoreRun run{options, plan, expected, queue, board, outcomes, sessions.size()};
+    const size_t lost = RunSessions(sessions, lostBefore, run);
     board.Finish();
-    return ReportRestore(outcomes, allLost, board.ElapsedMs());
+    return ReportRestore(outcomes, sessions.size(), lost, board.ElapsedMs());
 }

@@ -101,20 +101,27 @@ public:
 
     void StartFile(const std::wstring& label, uint64_t size) {
         m_label = label;
+        m_reported = false;
         m_board.StartFile(label, size);
     }
 
     bool UpdateProgress(NetWorkerProgressInfo* progress) override {
         // bytesDone counts the bytes since the previous report, not a running total.
+        m_reported = true;
         m_board.Add(progress->bytesDone);
         return RunCancellation().Requested();
     }
 
     void FileDone() { m_board.FileDone(m_label); }
 
+    // Whether the current file has been reported on. The first report comes once NetWorker has
+    // opened the object, before its first byte: without one, nothing of the file was written.
+    bool Reported() const { return m_reported; }
+
 private:
     ProgressBoard& m_board;
     std::wstring m_label;
+    bool m_reported = false;
 };
 
 // Answers the executor's questions during extraction: only a full disk needs an answer.

@@ -8,6 +8,7 @@
 #include "Formatting.h"
 #include "HelperLauncher.h"
 #include "common/UniqueHandle.h"
+#include "interfaces/NetWorkerStatus.h"
 
 namespace {
 
@@ -133,13 +134,10 @@ bool Session::Open(const Options& options, std::wstring* problem, int* exitCode,
         RunCancellation().SetQuitTarget(m_executor);
     }
 
-    int32_t status = 0;
-    std::wstring failure;
-    try {
-        status = m_executor->Initialize(client.c_str(), server.c_str());
-    } catch (const std::exception& e) {
-        failure = L"the pipe to the helper program failed: " + FromNarrow(e.what());
-    }
+    const SessionCall initialize =
+        CallSession(*this, [&] { return m_executor->Initialize(client.c_str(), server.c_str()); });
+    const int32_t status = initialize.status;
+    const std::wstring failure = initialize.thrown;
     if (m_helper) {
         helper_process::MarkConnected(m_pipeName);
         DWORD exitStatus = 0;
@@ -180,19 +178,79 @@ bool Session::Open(const Options& options, std::wstring* problem, int* exitCode,
     return true;
 }
 
-Session::~Session() {
-    RunCancellation().SetQuitTarget(nullptr);
-    if (m_executor != nullptr) {
-        FreeNetWorkerExecutor(m_executor);
+namespace {
+
+// Runs one step of closing a session; what it throws is added to *problem.
+template <typename Step>
+void CloseStep(const Session& session, const wchar_t* what, Step&& step, std::wstring* problem) {
+    try {
+        step();
+    } catch (...) {
+        *problem += (problem->empty() ? L"" : L"; ") + std::wstring(what) + L": " +
+                    DescribeException(session, std::current_exception());
     }
-    if (m_connection != nullptr) {
-        // Closing the pipe is what ends the helper program.
-        FreeNamedPipeConnection(m_connection);
+}
+
+}  // namespace
+
+std::wstring Session::Close() noexcept {
+    if (m_closed) {
+        return std::wstring();
     }
-    if (m_wrapper != nullptr) {
-        FreeNetWorkerApiWrapper(m_wrapper);
+    m_closed = true;
+    std::wstring problem;
+    try {
+        if (!m_helper) {
+            RunCancellation().SetQuitTarget(nullptr);
+        }
+        if (m_executor != nullptr) {
+            CloseStep(
+                *this, L"freeing the executor", [this] { FreeNetWorkerExecutor(m_executor); },
+                &problem);
+            m_executor = nullptr;
+        }
+        if (m_connection != nullptr) {
+            // Closing the pipe is what ends the helper program.
+            CloseStep(
+                *this, L"closing the pipe", [this] { FreeNamedPipeConnection(m_connection); },
+                &problem);
+            m_connection = nullptr;
+        }
+        if (m_wrapper != nullptr) {
+            CloseStep(
+                *this, L"freeing the NetWorker API wrapper",
+                [this] { FreeNetWorkerApiWrapper(m_wrapper); }, &problem);
+            m_wrapper = nullptr;
+        }
+        if (m_helper && !m_pipeName.empty()) {
+            CloseStep(
+                *this, L"waiting for the helper program to end",
+                [this] { helper_process::WaitForExit(m_pipeName); }, &problem);
+        }
+    } catch (...) {
+        // Only building the text above can throw here (out of memory): the session is closed.
+        problem = L"the session could not be closed cleanly";
     }
-    if (m_helper && !m_pipeName.empty()) {
-        helper_process::WaitForExit(m_pipeName);
+    return problem;
+}
+
+bool SessionCall::Lost() const {
+    return threw || status == NetWorkerStatus::PipeClosed;
+}
+
+std::wstring SessionCall::Why() const {
+    return threw ? thrown : FormatStatus(status);
+}
+
+std::wstring DescribeException(const Session& session, const std::exception_ptr& thrown) {
+    const std::wstring where = session.InHelper() ? L"the pipe to the helper program failed: "
+                                                  : L"the library raised an exception: ";
+    try {
+        std::rethrow_exception(thrown);
+    } catch (const std::exception& e) {
+        const std::wstring what = FromNarrow(e.what());
+        return where + (what.empty() ? std::wstring(L"no reason given") : what);
+    } catch (...) {
+        return where + L"an exception that is not a standard one";
     }
 }

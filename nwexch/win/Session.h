@@ -3,6 +3,7 @@
 // through the exported factories and freed in reverse order.
 
 #include <cstdint>
+#include <exception>
 #include <string>
 
 #include "CommandLine.h"
@@ -11,7 +12,7 @@
 class Session {
 public:
     Session() = default;
-    ~Session();
+    ~Session() { Close(); }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -21,6 +22,11 @@ public:
     // apart (their pipes are named after it); 0 for the first.
     bool Open(const Options& options, std::wstring* problem, int* exitCode,
               unsigned sessionNumber = 0);
+
+    // Frees the objects (closing the pipe is what ends the helper) and waits for the helper to
+    // end; once is enough. Never throws: what went wrong is returned as a sentence, empty when
+    // nothing did.
+    std::wstring Close() noexcept;
 
     INetWorkerExecutor* Executor() const { return m_executor; }
     bool InHelper() const { return m_helper; }
@@ -33,7 +39,39 @@ private:
     INetWorkerExecutor* m_executor = nullptr;
     bool m_helper = false;
     std::wstring m_pipeName;
+    bool m_closed = false;
 };
+
+// The outcome of one call on a session's executor: its status, or what it threw. A session whose
+// call threw cannot be trusted with another one.
+struct SessionCall {
+    int32_t status = 0;
+    bool threw = false;
+    std::wstring thrown;  // what the call threw, as a sentence
+
+    // The session is gone: the call threw (the pipe failed under it, in helper mode), or the
+    // helper program closed its pipe.
+    bool Lost() const;
+    // The status with its meaning, or what was thrown.
+    std::wstring Why() const;
+};
+
+// What an exception from the library says, as a sentence.
+std::wstring DescribeException(const Session& session, const std::exception_ptr& thrown);
+
+// Runs one call on the session's executor (a callable returning its status) and catches
+// whatever it throws, so that a helper that dies never ends nwexch.
+template <typename Call>
+SessionCall CallSession(const Session& session, Call&& call) noexcept {
+    SessionCall result;
+    try {
+        result.status = call();
+    } catch (...) {
+        result.threw = true;
+        result.thrown = DescribeException(session, std::current_exception());
+    }
+    return result;
+}
 
 // Narrow (ANSI code page) text for NetWorker; false when the text cannot be represented.
 bool ToNarrow(const std::wstring& text, std::string* narrow);

@@ -14,8 +14,9 @@
 //   nsrinfo.exit=<code>                 nsrinfo.exe prints its normal output and exits <code>
 //   nsrinfo.output=normal|spaced|late|long-value|empty|flood
 //   <Call>.hold=<n>                     the n-th call (counted as for faults) journals a
-//                                       "hold" line and waits, before doing anything, until
-//                                       hold.release names a file after its process id
+//                                       "hold" line, writes <pid>.held into hold.release and
+//                                       waits, before doing anything, until a file named
+//                                       <pid> is there
 //   hold.release=<directory>            where held calls look for that file (needed by holds)
 // A later entry for the same setting replaces an earlier one. Call faults add up; when several
 // match a call, the last one wins.

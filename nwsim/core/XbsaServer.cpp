@@ -1,6 +1,7 @@
 #include "XbsaServer.h"
 
 #include <cstring>
+#include <fstream>
 
 namespace nwsim {
 
@@ -208,7 +209,7 @@ void ServerHost::AwaitFile(const std::filesystem::path& file, std::chrono::milli
 }
 
 void XbsaServer::HoldIfAsked(XbsaCall call) {
-    std::filesystem::path release;
+    std::filesystem::path directory;
     uint64_t number = 0;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -218,14 +219,18 @@ void XbsaServer::HoldIfAsked(XbsaCall call) {
         if (!m_faultError.empty() || !m_faults.Holds(call, number)) {
             return;
         }
-        release = std::filesystem::path(m_faults.holdRelease) / std::to_string(m_host.ProcessId());
+        directory = std::filesystem::path(m_faults.holdRelease);
     }
+    const std::string pid = std::to_string(m_host.ProcessId());
     JournalLine line("hold");
     line.Text("call", XbsaCallName(call))
         .Number("number", number)
         .Number("pid", m_host.ProcessId());
     Journal(line);
-    m_host.AwaitFile(release, kLongestHold);
+    // A file of its own says "held" for certain: lines that several processes append to the
+    // journal at the same moment may overwrite each other under Wine.
+    std::ofstream(directory / (pid + ".held"), std::ios::binary) << line.Str() << "\n";
+    m_host.AwaitFile(directory / pid, kLongestHold);
 }
 
 std::optional<BSA_Int32> XbsaServer::Intercept(XbsaCall call) {

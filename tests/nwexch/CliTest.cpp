@@ -5,7 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -538,16 +541,6 @@ std::vector<DWORD> HelpersOfRunningNwexch() {
     return helpers;
 }
 
-// Waits (up to 30 s) until the running nwexch has `count` helpers; their ids, or fewer.
-std::vector<DWORD> AwaitHelpers(size_t count) {
-    std::vector<DWORD> helpers;
-    for (int i = 0; i < 300 && helpers.size() < count; ++i) {
-        Sleep(100);
-        helpers = HelpersOfRunningNwexch();
-    }
-    return helpers;
-}
-
 // Waits (up to 30 s) until the simulator's journal has a line starting with `call`.
 bool AwaitJournalLine(const std::string& call) {
     for (int i = 0; i < 300; ++i) {
@@ -606,42 +599,279 @@ TEST_F(NwexchCli, JobsInProcessIsAUsageErrorThatSaysWhy) {
     EXPECT_TRUE(Contains(tooMany.err, "--jobs takes a number from 1 to 16")) << tooMany.err;
 }
 
-// One of four sessions loses its helper in the middle of a file: that file is reported failed
-// with the status and its meaning, the other sessions finish theirs, exit code 3.
-TEST_F(NwexchCli, JobsGoOnWhenOneHelperIsKilled) {
-    const std::wstring to = Destination(L"jobs-killed");
+// --- a helper lost at a known point, held there by nwsim (docs/nwsim.md, "<Call>.hold") ---
+
+// The six files of the second storage group, from 2 MiB down to an empty one, in restore order.
+const wchar_t* const kSecondGroup[] = {L"Mailbox Store 2 (EX01).edb",
+                                       L"Mailbox Store 2 (EX01).stm",
+                                       L"E01.chk",
+                                       L"E01000A1.log",
+                                       L"E01000A2.log",
+                                       L"E01tmp.log"};
+
+std::wstring SecondGroupPath(const wchar_t* name) {
+    return std::wstring(L"/Second Storage Group/") + name;
+}
+
+// The processes that nwsim holds or has held: each leaves "<pid>.held" in the release
+// directory (the journal's hold lines could be lost when several processes append at once).
+std::vector<DWORD> HeldProcesses(const std::wstring& releaseDirectory) {
+    std::vector<DWORD> pids;
+    for (const std::wstring& file : FilesBelow(releaseDirectory)) {
+        const std::wstring name = file.substr(file.find_last_of(L"\\/") + 1);
+        const size_t dot = name.find(L".held");
+        if (dot != std::wstring::npos && dot + 5 == name.size()) {
+            pids.push_back(static_cast<DWORD>(std::wcstoul(name.c_str(), nullptr, 10)));
+        }
+    }
+    return pids;
+}
+
+// Waits (up to 60 s, or until the run is over) until `count` processes have been held.
+std::vector<DWORD> AwaitHeld(const std::wstring& releaseDirectory, size_t count,
+                             const std::atomic<bool>& over) {
+    std::vector<DWORD> held = HeldProcesses(releaseDirectory);
+    for (int i = 0; i < 600 && held.size() < count && !over; ++i) {
+        Sleep(100);
+        held = HeldProcesses(releaseDirectory);
+    }
+    return held;
+}
+
+void Release(const std::wstring& releaseDirectory, DWORD pid) {
+    const std::wstring file = releaseDirectory + L"\\" + std::to_wstring(pid);
+    if (!FileExists(file)) {
+        WriteWholeFile(file, "");
+    }
+}
+
+// Kills the process and waits until it has ended.
+bool Kill(DWORD pid) {
+    UniqueHandle process(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, pid));
+    return process && TerminateProcess(process.get(), 9) &&
+           WaitForSingleObject(process.get(), 30000) == WAIT_OBJECT_0;
+}
+
+// Where the helper is lost: nwsim holds every helper at `hold`; a helper held there (the first
+// one seen) is killed, once `heldBeforeKill` helpers have been held. With `killedIdle` that one
+// is let through its hold and killed only then, while it waits for nwexch's next request.
+struct LossPoint {
+    const wchar_t* hold;
+    size_t heldBeforeKill = 1;
+    bool killedIdle = false;
+};
+
+struct LossRun {
     Result result;
-    std::thread restore([&] {
-        // 4 MiB each at 1 MiB/s: four seconds in flight, side by side.
-        result = Nwexch(
-            {L"restore", L"--match", L"/Fifth Storage Group/*", L"--to", to, L"--jobs", L"4"},
-            L"helper", {{L"NWSIM_FAULTS", L"throttle=1048576"}});
-    });
-    const std::vector<DWORD> helpers = AwaitHelpers(4);
+    std::wstring to;
     bool killed = false;
-    if (helpers.size() == 4) {
-        Sleep(1500);
-        UniqueHandle victim(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, helpers[2]));
-        killed = victim && TerminateProcess(victim.get(), 9);
+    std::string Show() const { return result.out + result.err; }
+};
+
+// nwexch restores the second storage group through `jobs` sessions and loses one helper at
+// `point`; every other helper is let through its hold.
+LossRun RestoreLosingAHelper(const std::wstring& name, const wchar_t* jobs,
+                             const LossPoint& point) {
+    LossRun run;
+    run.to = Work() + L"\\" + name;
+    const std::wstring release = Work() + L"\\" + name + L"-release";
+    // Nothing of an earlier run of the same test (--gtest_repeat) may count for this one.
+    std::error_code ignored;
+    std::filesystem::remove_all(run.to, ignored);
+    std::filesystem::remove_all(release, ignored);
+    CreateDirectoryW(release.c_str(), nullptr);
+    std::atomic<bool> over{false};
+    std::thread restore([&] {
+        run.result = Nwexch(
+            {L"restore", L"--match", L"/Second Storage Group/*", L"--to", run.to, L"--jobs", jobs},
+            L"helper", {{L"NWSIM_FAULTS", std::wstring(point.hold) + L";hold.release=" + release}});
+        over = true;
+    });
+    DWORD victim = 0;
+    const std::vector<DWORD> first = AwaitHeld(release, 1, over);
+    if (!first.empty()) {
+        victim = first[0];
+        if (point.killedIdle) {
+            Release(release, victim);
+        }
+        if (AwaitHeld(release, point.heldBeforeKill, over).size() >= point.heldBeforeKill) {
+            // Only a helper of the running nwexch is killed (nwsim's pid is the process's own).
+            const std::vector<DWORD> helpers = HelpersOfRunningNwexch();
+            run.killed =
+                std::find(helpers.begin(), helpers.end(), victim) != helpers.end() && Kill(victim);
+        }
+    }
+    // Every other helper goes on, also one that reaches its hold later (a release file that
+    // exists lets it through at once).
+    while (!over) {
+        for (DWORD pid : HeldProcesses(release)) {
+            if (pid != victim || !run.killed) {
+                Release(release, pid);
+            }
+        }
+        Sleep(50);
     }
     restore.join();
-    ASSERT_TRUE(killed) << helpers.size() << " helpers; " << result.out << result.err;
-    EXPECT_EQ(result.exitCode, 3u) << result.out << result.err;
-    EXPECT_TRUE(Contains(result.out, "Restored 3 of 4 files")) << result.out;
-    EXPECT_TRUE(Contains(result.out, "FAILED")) << result.out;
-    EXPECT_TRUE(Contains(result.out, "109")) << result.out;
+    return run;
+}
+
+// Every file under `to` is a whole one under its real name, byte for byte the backup's; returns
+// how many of the second storage group's files are there.
+size_t CheckRestoredFiles(const std::wstring& to) {
+    for (const std::wstring& file : FilesBelow(to)) {
+        EXPECT_EQ(file.find(L".nwexch-partial"), std::wstring::npos) << Narrow(file);
+    }
     size_t restored = 0;
-    for (int i = 1; i <= 4; ++i) {
-        const std::wstring file =
-            to + L"\\Fifth Storage Group\\Big " + std::to_wstring(i) + L".edb";
-        if (GetFileAttributesW(file.c_str()) != INVALID_FILE_ATTRIBUTES) {
-            EXPECT_TRUE(Verify(BigDatabase(i), file)) << i;
+    for (const wchar_t* name : kSecondGroup) {
+        const std::wstring file = to + L"\\Second Storage Group\\" + name;
+        if (FileExists(file)) {
+            EXPECT_TRUE(Verify(SecondGroupPath(name), file)) << Narrow(name);
             ++restored;
         }
     }
-    EXPECT_EQ(restored, 3u);
-    // The lost file's partial copy is removed once its helper is gone.
-    EXPECT_EQ(FilesBelow(to).size(), 3u);
+    EXPECT_EQ(FilesBelow(to).size(), restored);
+    return restored;
+}
+
+size_t Occurrences(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+const char kHelperClosedThePipe[] =
+    "status 0x0000006D (109: the helper program closed the pipe: it ended unexpectedly)";
+
+// Before BeginExtract, alone: the helper dies as the extraction starts (held at its second
+// BSABeginTxn; the first was the catalogue's). Nothing was written, every file is not done.
+TEST_F(NwexchCli, LostHelperBeforeBeginExtractWithOneJob) {
+    const LossRun run = RestoreLosingAHelper(L"lost-before-begin-1", L"1", {L"BSABeginTxn.hold=2"});
+    ASSERT_TRUE(run.killed) << run.Show();
+    EXPECT_EQ(run.result.exitCode, 2u) << run.Show();
+    EXPECT_TRUE(
+        Contains(run.result.err, std::string("nwexch: the session to NetWorker is lost before the "
+                                             "extraction began: ") +
+                                     kHelperClosedThePipe))
+        << run.result.err;
+    EXPECT_TRUE(Contains(run.result.out, "Restored 0 of 6 files")) << run.result.out;
+    EXPECT_EQ(Occurrences(run.result.out, "NOT DONE   "), 6u) << run.result.out;
+    EXPECT_TRUE(Contains(run.result.out, ": the session to NetWorker was lost")) << run.result.out;
+    EXPECT_EQ(CheckRestoredFiles(run.to), 0u);
+}
+
+// Before BeginExtract, one of four: the first session's helper is killed while it waits for
+// BeginExtract (the other three are held at the end of their catalogues meanwhile), so that
+// BeginExtract meets a pipe with nobody at the other end. The other three restore every file.
+TEST_F(NwexchCli, LostHelperBeforeBeginExtractWithFourJobs) {
+    const LossRun run =
+        RestoreLosingAHelper(L"lost-before-begin-4", L"4", {L"BSAEndTxn.hold=1", 4, true});
+    ASSERT_TRUE(run.killed) << run.Show();
+    EXPECT_EQ(run.result.exitCode, 3u) << run.Show();
+    EXPECT_TRUE(
+        Contains(run.result.err, "nwexch: session 1 of 4 is lost before the extraction began: "))
+        << run.result.err;
+    EXPECT_EQ(Occurrences(run.result.err, " is lost "), 1u) << run.result.err;
+    EXPECT_TRUE(Contains(run.result.out, "Restored 6 of 6 files")) << run.result.out;
+    EXPECT_FALSE(Contains(run.result.out, "Not restored")) << run.result.out;
+    EXPECT_EQ(CheckRestoredFiles(run.to), 6u);
+}
+
+// During a file, alone: the helper dies after the first block of the first file (held at its
+// second BSAGetData). That file fails and its partial file is removed; the rest is not done.
+TEST_F(NwexchCli, LostHelperDuringAFileWithOneJob) {
+    const LossRun run = RestoreLosingAHelper(L"lost-in-file-1", L"1", {L"BSAGetData.hold=2"});
+    ASSERT_TRUE(run.killed) << run.Show();
+    EXPECT_EQ(run.result.exitCode, 2u) << run.Show();
+    const std::string database = Narrow(SecondGroupPath(kSecondGroup[0]));
+    EXPECT_TRUE(Contains(run.result.err, "nwexch: the session to NetWorker is lost during " +
+                                             database + ": " + kHelperClosedThePipe))
+        << run.result.err;
+    EXPECT_TRUE(Contains(run.result.out, "Restored 0 of 6 files")) << run.result.out;
+    EXPECT_TRUE(Contains(run.result.out, "FAILED     " + database + ": " + kHelperClosedThePipe))
+        << run.result.out;
+    EXPECT_EQ(Occurrences(run.result.out, "NOT DONE   "), 5u) << run.result.out;
+    EXPECT_EQ(CheckRestoredFiles(run.to), 0u);
+}
+
+// During a file, one of four: the first helper to reach its second block dies there. Only its
+// file fails (its partial file removed); the other sessions restore the five others.
+TEST_F(NwexchCli, LostHelperDuringAFileWithFourJobs) {
+    const LossRun run = RestoreLosingAHelper(L"lost-in-file-4", L"4", {L"BSAGetData.hold=2"});
+    ASSERT_TRUE(run.killed) << run.Show();
+    EXPECT_EQ(run.result.exitCode, 3u) << run.Show();
+    EXPECT_TRUE(Contains(run.result.err, " of 4 is lost during /Second Storage Group/"))
+        << run.result.err;
+    EXPECT_EQ(Occurrences(run.result.err, " is lost "), 1u) << run.result.err;
+    EXPECT_TRUE(Contains(run.result.out, "Restored 5 of 6 files")) << run.result.out;
+    EXPECT_EQ(Occurrences(run.result.out, "FAILED     "), 1u) << run.result.out;
+    EXPECT_TRUE(Contains(run.result.out, kHelperClosedThePipe)) << run.result.out;
+    EXPECT_FALSE(Contains(run.result.out, "NOT DONE")) << run.result.out;
+    EXPECT_EQ(CheckRestoredFiles(run.to), 5u);
+}
+
+// Between files, alone: the first file is restored, and the helper dies before a byte of the
+// second (held as it opens it, at its second BSAGetObject). No file fails; the second and the
+// rest are not done, and the (empty) file the helper had created for it is removed.
+TEST_F(NwexchCli, LostHelperBetweenFilesWithOneJob) {
+    const LossRun run = RestoreLosingAHelper(L"lost-between-1", L"1", {L"BSAGetObject.hold=2"});
+    ASSERT_TRUE(run.killed) << run.Show();
+    EXPECT_EQ(run.result.exitCode, 2u) << run.Show();
+    EXPECT_TRUE(Contains(run.result.err, "nwexch: the session to NetWorker is lost before " +
+                                             Narrow(SecondGroupPath(kSecondGroup[1])) +
+                                             " began: " + kHelperClosedThePipe))
+        << run.result.err;
+    EXPECT_TRUE(Contains(run.result.out, "Restored 1 of 6 files")) << run.result.out;
+    EXPECT_FALSE(Contains(run.result.out, "FAILED")) << run.result.out;
+    EXPECT_EQ(Occurrences(run.result.out, "NOT DONE   "), 5u) << run.result.out;
+    EXPECT_EQ(CheckRestoredFiles(run.to), 1u);
+    EXPECT_TRUE(FileExists(run.to + L"\\Second Storage Group\\" + kSecondGroup[0]));
+}
+
+// Between files, one of four: the first helper to open its second file dies before a byte of
+// it. That file goes back to the queue and another session restores it: every file is there.
+TEST_F(NwexchCli, LostHelperBetweenFilesWithFourJobs) {
+    const LossRun run = RestoreLosingAHelper(L"lost-between-4", L"4", {L"BSAGetObject.hold=2"});
+    ASSERT_TRUE(run.killed) << run.Show();
+    EXPECT_EQ(run.result.exitCode, 3u) << run.Show();
+    EXPECT_TRUE(Contains(run.result.err, " of 4 is lost before /Second Storage Group/"))
+        << run.result.err;
+    EXPECT_EQ(Occurrences(run.result.err, " is lost "), 1u) << run.result.err;
+    EXPECT_TRUE(Contains(run.result.out, "Restored 6 of 6 files")) << run.result.out;
+    EXPECT_FALSE(Contains(run.result.out, "Not restored")) << run.result.out;
+    EXPECT_EQ(CheckRestoredFiles(run.to), 6u);
+}
+
+// During EndExtract, alone: every file is restored, then the helper dies as the extraction is
+// ended (held at its second BSAEndTxn). The files stay; the lost session makes it exit code 2.
+TEST_F(NwexchCli, LostHelperDuringEndExtractWithOneJob) {
+    const LossRun run = RestoreLosingAHelper(L"lost-in-end-1", L"1", {L"BSAEndTxn.hold=2"});
+    ASSERT_TRUE(run.killed) << run.Show();
+    EXPECT_EQ(run.result.exitCode, 2u) << run.Show();
+    EXPECT_TRUE(
+        Contains(run.result.err, std::string("nwexch: the session to NetWorker is lost while the "
+                                             "extraction was ended: ") +
+                                     kHelperClosedThePipe))
+        << run.result.err;
+    EXPECT_TRUE(Contains(run.result.out, "Restored 6 of 6 files")) << run.result.out;
+    EXPECT_EQ(CheckRestoredFiles(run.to), 6u);
+}
+
+// During EndExtract, one of four: a session ends only once no file can come back to it, so
+// every file is restored when the first helper dies in EndExtract; exit code 3 for the loss.
+TEST_F(NwexchCli, LostHelperDuringEndExtractWithFourJobs) {
+    const LossRun run = RestoreLosingAHelper(L"lost-in-end-4", L"4", {L"BSAEndTxn.hold=2"});
+    ASSERT_TRUE(run.killed) << run.Show();
+    EXPECT_EQ(run.result.exitCode, 3u) << run.Show();
+    EXPECT_TRUE(Contains(run.result.err, std::string(" of 4 is lost while the extraction was "
+                                                     "ended: ") +
+                                             kHelperClosedThePipe))
+        << run.result.err;
+    EXPECT_EQ(Occurrences(run.result.err, " is lost "), 1u) << run.result.err;
+    EXPECT_TRUE(Contains(run.result.out, "Restored 6 of 6 files")) << run.result.out;
+    EXPECT_FALSE(Contains(run.result.out, "Not restored")) << run.result.out;
+    EXPECT_EQ(CheckRestoredFiles(run.to), 6u);
 }
 
 // Ctrl+C (the test hook) while four sessions are in flight: every session stops, nothing is

@@ -1,5 +1,7 @@
 #include "RestoreSchedule.h"
 
+#include "CommandLine.h"
+
 #include <gtest/gtest.h>
 
 #include <set>
@@ -46,6 +48,7 @@ TEST(FileQueue, EveryPositionIsHandedOutOnceAcrossThreads) {
             size_t position = 0;
             while (queue.Next(&position)) {
                 mine.push_back(position);
+                queue.Finished();
             }
         });
     }
@@ -62,6 +65,76 @@ TEST(FileQueue, EveryPositionIsHandedOutOnceAcrossThreads) {
     }
     EXPECT_EQ(all.size(), order.size());
     EXPECT_EQ(std::set<size_t>(all.begin(), all.end()).size(), order.size());
+}
+
+TEST(FileQueue, AFileGivenBackGoesToTheNextSessionBeforeTheRest) {
+    FileQueue queue({4, 7, 2});
+    size_t first = 0;
+    ASSERT_TRUE(queue.Next(&first));
+    EXPECT_EQ(first, 4u);
+    queue.GiveBack(first);
+    size_t position = 0;
+    std::vector<size_t> taken;
+    while (queue.Next(&position)) {
+        taken.push_back(position);
+        queue.Finished();
+    }
+    EXPECT_EQ(taken, (std::vector<size_t>{4, 7, 2}));
+}
+
+TEST(FileQueue, AnEmptyQueueWaitsForTheFileInFlightToComeBack) {
+    FileQueue queue({3});
+    size_t inFlight = 0;
+    ASSERT_TRUE(queue.Next(&inFlight));
+    // The other session asks while the only file is still taken: it may come back, so the
+    // answer waits for it rather than "nothing left".
+    bool got = false;
+    size_t position = 99;
+    std::thread other([&] {
+        got = queue.Next(&position);
+        if (got) {
+            queue.Finished();
+        }
+    });
+    queue.GiveBack(inFlight);
+    other.join();
+    EXPECT_TRUE(got);
+    EXPECT_EQ(position, 3u);
+    EXPECT_FALSE(queue.Next(&position));
+}
+
+TEST(FileQueue, AnEmptyQueueEndsOnceTheFileInFlightIsFinished) {
+    FileQueue queue({5});
+    size_t inFlight = 0;
+    ASSERT_TRUE(queue.Next(&inFlight));
+    bool got = true;
+    std::thread other([&] {
+        size_t position = 0;
+        got = queue.Next(&position);
+    });
+    queue.Finished();
+    other.join();
+    EXPECT_FALSE(got);
+}
+
+TEST(RestoreExitCode, CancelledThenEverySessionLostThenAnyLossOrFailure) {
+    FileOutcome restored;
+    restored.result = FileResult::Restored;
+    FileOutcome failed;
+    failed.result = FileResult::Failed;
+    FileOutcome notDone;
+    const std::vector<FileOutcome> allRestored = {restored, restored};
+    const std::vector<FileOutcome> oneFailed = {restored, failed};
+    EXPECT_EQ(RestoreExitCode(allRestored, 4, 0, false), ExitOk);
+    EXPECT_EQ(RestoreExitCode(oneFailed, 4, 0, false), ExitFilesFailed);
+    // A lost session fails the run even when the others restored everything.
+    EXPECT_EQ(RestoreExitCode(allRestored, 4, 1, false), ExitFilesFailed);
+    EXPECT_EQ(RestoreExitCode(oneFailed, 4, 3, false), ExitFilesFailed);
+    // Every session lost: a session failure, even with every file restored before.
+    EXPECT_EQ(RestoreExitCode(allRestored, 1, 1, false), ExitNetWorker);
+    EXPECT_EQ(RestoreExitCode({restored, notDone}, 4, 4, false), ExitNetWorker);
+    EXPECT_EQ(RestoreExitCode({notDone, notDone}, 4, 4, true), ExitCancelled);
+    EXPECT_EQ(RestoreExitCode(oneFailed, 2, 1, true), ExitCancelled);
 }
 
 TEST(InFlightLabel, OneFileAsItIsSeveralByName) {
