@@ -133,14 +133,15 @@ int RunSize(const Options& options) {
             return ExitCancelled;
         }
         uint64_t size = 0;
-        const int32_t status = session.Executor()->GetFileSize(entry->index, options.exact, &size);
+        const SessionCall call = CallSession(session, [&] {
+            return session.Executor()->GetFileSize(entry->index, options.exact, &size);
+        });
         SizeRow row;
         row.index = entry->index;
-        row.size = size;
+        row.size = call.threw ? entry->size : size;  // a failed lookup reports the catalogue's
         row.path = entry->path;
-        if (status != 0) {
-            row.note =
-                L"the exact size is unknown, this is the catalogue's: " + FormatStatus(status);
+        if (call.threw || call.status != 0) {
+            row.note = L"the exact size is unknown, this is the catalogue's: " + call.Why();
             exitCode = ExitNetWorker;
         } else if (options.exact && size == 0 && session.InHelper()) {
             row.note = L"0 is also what the helper reports when the lookup failed";
