@@ -169,13 +169,31 @@ TEST_F(ExecutorTest, FileFoundTrueStopsAfterThatEntry) {
     EXPECT_EQ((LogTexts{{LogLevelInfo, FoundLine(2, 2, 10240)}}), Lines());
     EXPECT_EQ(2u, m_executor->CatalogueSize());
 
-    // The stop stays pending: the next Catalog ends at once.
+    // The stop ended that catalogue only: the next one lists everything again.
     ClearLog();
     m_found.files.clear();
-    WriteLastError(0);
+    m_found.answer = [](const NetWorkerFileInfo&) { return false; };
+    m_executor->Catalog(nullptr, nullptr, &m_found, &m_error);
+    EXPECT_EQ(3u, m_found.files.size());
+    EXPECT_EQ(3u, m_executor->CatalogueSize());
+}
+
+TEST_F(ExecutorTest, QuitBetweenOperationsEndsTheNextCatalogueOnlyAndKeepsTheCatalogue) {
+    StartSession();
+    m_wrapper.objects = {MakeDescriptor("\\sg\\a.edb"), MakeDescriptor("\\sg\\b.edb")};
+    ASSERT_EQ(0, m_executor->Catalog(nullptr, nullptr, &m_found, &m_error));
+    ASSERT_EQ(2u, m_executor->CatalogueSize());
+    EXPECT_EQ(0, m_executor->Quit());
+    ClearLog();
+    m_found.files.clear();
     m_executor->Catalog(nullptr, nullptr, &m_found, &m_error);
     EXPECT_TRUE(m_found.files.empty());
     EXPECT_EQ(L"User Canceled the extraction process", Lines().at(0).second);
+    // Ended before its query: the previous catalogue stays, its indexes valid.
+    EXPECT_EQ(2u, m_executor->CatalogueSize());
+    // The Quit was spent on that catalogue.
+    m_executor->Catalog(nullptr, nullptr, &m_found, &m_error);
+    EXPECT_EQ(2u, m_found.files.size());
 }
 
 TEST_F(ExecutorTest, QuitInsideFileFoundIsLostWhenTheHostAnswersFalse) {

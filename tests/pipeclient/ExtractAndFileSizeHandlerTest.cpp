@@ -95,10 +95,14 @@ TEST_F(ExtractHandlerTest, UnterminatedFieldIsRefusedWithoutCallingTheExecutor) 
         bytes[offsetof(IpcBeginExtractFile, fileName) + 2 * i] = 'x';
     }
     HostSendsMessage(request);
-    EXPECT_EQ(RunClientExpectingThrow<std::invalid_argument>(),
-              "IpcBeginExtractFile fileName has no terminator");
+    RunClient();
     EXPECT_TRUE(executor.extractFileCalls.empty());
-    EXPECT_TRUE(SentAfterInitialize().empty());
+    // Answered unserved with E_INVALIDARG: the host's extraction ends, the session goes on.
+    const auto sent = SentAfterInitialize();
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(As<IpcFinishExtractFile>(sent[0]).result, static_cast<int32_t>(0x80070057));
+    EXPECT_TRUE(HasLine(HandlerLines(), LogLevelError, L"ExtractHandler::HandleExtractFile",
+                        L"IpcBeginExtractFile fileName has no terminator. Error: 80070057."));
 }
 
 TEST_F(ExtractHandlerTest, ProgressIsRelayedAndTheAnswersJudged) {
@@ -154,7 +158,9 @@ TEST_F(ExtractHandlerTest, ErrorCallbacksReturnTheHostsValueWithoutTracing) {
     EXPECT_EQ(CountMethod(lines, L"ExtractHandler::AllocationError"), 0u);
 }
 
-TEST_F(ExtractHandlerTest, WrongAnswersToErrorCallbacksYieldZeroWithAnErrorLine) {
+// An answer it cannot read: a full disk counts as cancelled (1223), so that no file without its
+// last block is kept; an allocation question, whose answer nothing uses, as 0.
+TEST_F(ExtractHandlerTest, WrongAnswersToErrorCallbacksYieldCancelledAndZeroWithAnErrorLine) {
     std::vector<uint32_t> answers;
     executor.onExtractFile = [&](INetWorkerUpdateProgressCallBack*,
                                  INetWorkerErrorCallBack* error) {
@@ -167,7 +173,7 @@ TEST_F(ExtractHandlerTest, WrongAnswersToErrorCallbacksYieldZeroWithAnErrorLine)
     HostSendsMessage(IpcBuildShouldCancel(1246));
     HostSends(WithSizeField(IpcBuildAllocationErrorResponse(7), 13));
     RunClient();
-    EXPECT_EQ(answers, (std::vector<uint32_t>{0, 0}));
+    EXPECT_EQ(answers, (std::vector<uint32_t>{1223, 0}));
     const auto lines = HandlerLines();
     EXPECT_TRUE(HasLine(lines, LogLevelError, L"ExtractHandler::NetWorkerError",
                         L"Wrong message response: 3"));

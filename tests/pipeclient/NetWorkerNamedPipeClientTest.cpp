@@ -243,20 +243,42 @@ struct WrongSize {
 
 class WrongSizeFieldTest : public PipeClientTest, public ::testing::WithParamInterface<int> {};
 
-TEST_P(WrongSizeFieldTest, ServedTypeWithAWrongSizeFieldIsRefusedUnread) {
-    const std::vector<PipeBytes> messages = {
-        WithSizeField(IpcBuildShouldCancel(eQuit), 16),
-        WithSizeField(IpcBuildBeginCatalog(nullptr, nullptr), 16),
-        WithSizeField(IpcBuildBeginGetFileSize(1, true), 12),
-        WithSizeField(IpcMakeMessage<IpcBeginExtract>(), 12),
-        WithSizeField(IpcBuildBeginExtractFile(1, L"d", L"f"), 4107),
-        WithSizeField(IpcMakeMessage<IpcEndExtract>(), 0),
+// A served type whose size field is not its own is never read: a request is answered with its
+// operation's final message carrying E_FAIL (size 0 for a size request), an IpcShouldCancel is
+// dropped, and the session goes on.
+TEST_P(WrongSizeFieldTest, ServedTypeWithAWrongSizeFieldIsRefusedUnreadAndTheSessionGoesOn) {
+    struct Case {
+        PipeBytes message;
+        uint32_t replyType;  // 0: none
     };
+    const std::vector<Case> cases = {
+        {WithSizeField(IpcBuildShouldCancel(eQuit), 16), 0},
+        {WithSizeField(IpcBuildBeginCatalog(nullptr, nullptr), 16), IpcTypeFinishCatalog},
+        {WithSizeField(IpcBuildBeginGetFileSize(1, true), 12), IpcTypeFinishGetFileSize},
+        {WithSizeField(IpcMakeMessage<IpcBeginExtract>(), 12), IpcTypeFinishBeginExtract},
+        {WithSizeField(IpcBuildBeginExtractFile(1, L"d", L"f"), 4107), IpcTypeFinishExtractFile},
+        {WithSizeField(IpcMakeMessage<IpcEndExtract>(), 0), IpcTypeFinishEndExtract},
+    };
+    const Case& refused = cases.at(static_cast<size_t>(GetParam()));
     HostSendsBeginInitialize();
-    HostSends(messages.at(static_cast<size_t>(GetParam())));
-    EXPECT_EQ(RunClientExpectingThrow<std::runtime_error>(), "Invalid message type received!");
-    EXPECT_EQ(executor.calls, std::vector<std::string>{"Initialize"});
-    EXPECT_EQ(SentAfterInitialize().size(), 0u);
+    HostSends(refused.message);
+    HostSendsMessage(IpcBuildBeginGetFileSize(2, false));  // the next request is served
+    RunClient();
+    EXPECT_EQ(executor.calls, (std::vector<std::string>{"Initialize", "GetFileSize"}));
+    const auto sent = SentAfterInitialize();
+    ASSERT_EQ(sent.size(), refused.replyType != 0 ? 2u : 1u);
+    if (refused.replyType != 0) {
+        EXPECT_EQ(TypeOf(sent[0]), refused.replyType);
+        if (refused.replyType == IpcTypeFinishGetFileSize) {
+            EXPECT_EQ(As<IpcFinishGetFileSize>(sent[0]).size, 0u);
+        } else {
+            EXPECT_EQ(As<IpcFinishCatalog>(sent[0]).result, static_cast<int32_t>(0x80004005));
+        }
+    }
+    EXPECT_EQ(TypeOf(sent.back()), static_cast<uint32_t>(IpcTypeFinishGetFileSize));
+    EXPECT_TRUE(HasLine(log.Lines(), LogLevelError, kHandleMessage,
+                        L"Refused a message of type " + std::to_wstring(TypeOf(refused.message)) +
+                            L" whose size field is not its own. Error: 80004005."));
     EXPECT_EQ(TestLoggers::LiveCount(), 0u);
 }
 

@@ -9,6 +9,7 @@
 
 #include "RecordingLog.h"
 #include "ScriptedConnection.h"
+#include "pipe/PipeMessageBuilders.h"
 #include "pipe/PipeMessages.h"
 #include "pipe/WireStrings.h"
 #include "pipeexecutor/NetWorkerNamedPipeExecutor.h"
@@ -172,16 +173,22 @@ TEST_F(PipeExecutorTest, PositiveLauncherStatusCountsAsStarted) {
     EXPECT_THAT(m_connection.Calls(), ElementsAre(L"OpenNewPipe:nwx-test", L"WaitForConnection"));
 }
 
-TEST_F(PipeExecutorTest, InitializeWithUnexpectedReplyFails) {
+TEST_F(PipeExecutorTest, InitializeWithUnexpectedReplyFailsOnceTheHelperHasAnswered) {
     m_connection.Queue(StatusReply<IpcFinishCatalog>(0));
+    m_connection.Queue(StatusReply<IpcFinishInitialize>(0));
+    // The stray message is logged and read past: the helper's own reply still ends Initialize,
+    // so that the next request is read as a request.
     EXPECT_EQ(m_executor->Initialize("c", "s"), kFail);
+    EXPECT_EQ(m_connection.PendingIncoming(), 0u);
     EXPECT_THAT(Errors(), ElementsAre(L"The client was unable to initialize. Expected messageType "
                                       L"'2'. Actual messageType '6'. Error: 80004005."));
 }
 
 TEST_F(PipeExecutorTest, InitializeWithShortReplyReportsTypeZero) {
     m_connection.Queue(Bytes{2, 0, 0, 0, 12, 0, 0});
+    m_connection.Queue(StatusReply<IpcFinishInitialize>(0));
     EXPECT_EQ(m_executor->Initialize("c", "s"), kFail);
+    EXPECT_EQ(m_connection.PendingIncoming(), 0u);
     EXPECT_THAT(Errors(), ElementsAre(L"The client was unable to initialize. Expected messageType "
                                       L"'2'. Actual messageType '0'. Error: 80004005."));
 }
@@ -342,22 +349,47 @@ TEST_F(PipeExecutorTest, FinishCatalogWithTrailingGarbageIsAccepted) {
     EXPECT_TRUE(Errors().empty());
 }
 
-TEST_F(PipeExecutorTest, CatalogEndsOnAnUnexpectedMessage) {
+TEST_F(PipeExecutorTest, CatalogFailsOnAnUnexpectedMessageOnceTheHelperHasFinished) {
     m_connection.Queue(StatusReply<IpcFinishExtractFile>(0));
     m_connection.Queue(StatusReply<IpcFinishCatalog>(0));
     EXPECT_EQ(m_executor->Catalog(nullptr, nullptr, nullptr, nullptr), kFail);
     EXPECT_THAT(Errors(), ElementsAre(L"Invalid messageType recieved. Error: 80004005."));
-    EXPECT_EQ(m_connection.PendingIncoming(), 1u);
+    // Read to the helper's final message: the session stays in step.
+    EXPECT_EQ(m_connection.PendingIncoming(), 0u);
 }
 
-TEST_F(PipeExecutorTest, CatalogRejectsAFileFoundWithAWrongSizeField) {
+TEST_F(PipeExecutorTest, CatalogRefusesAFileFoundWithAWrongSizeFieldAndReadsToTheEnd) {
     auto message = FileFoundMessage(0, 0, "a.edb", 0, 0);
     message.header.messageSize = 1059;
     m_connection.Queue(message);
+    m_connection.Queue(StatusReply<IpcFinishCatalog>(0));
     MockFileFound found;
     EXPECT_CALL(found, NetWorkerFileFound(_)).Times(0);
     EXPECT_EQ(m_executor->Catalog(nullptr, nullptr, &found, nullptr), kFail);
     EXPECT_THAT(Errors(), ElementsAre(L"Invalid messageType recieved. Error: 80004005."));
+    // The helper waited for an answer: it got "stop", unasked.
+    ASSERT_EQ(m_connection.Sent().size(), 2u);
+    EXPECT_EQ(m_connection.Sent()[1], ToBytes(IpcBuildShouldCancel(eQuit)));
+    EXPECT_EQ(m_connection.PendingIncoming(), 0u);
+}
+
+TEST_F(PipeExecutorTest, CatalogRefusesWronglySizedErrorQuestionsWithoutAskingTheHost) {
+    auto networkerError = IpcMakeMessage<IpcNetWorkerError>();
+    networkerError.code = NwErrorQuery;
+    networkerError.header.messageSize = 16;
+    auto allocation = IpcMakeMessage<IpcAllocationError>();
+    allocation.header.messageSize = 12;
+    m_connection.Queue(networkerError);
+    m_connection.Queue(allocation);
+    m_connection.Queue(StatusReply<IpcFinishCatalog>(0));
+    MockError error;
+    EXPECT_CALL(error, NetWorkerError(_)).Times(0);
+    EXPECT_CALL(error, AllocationError(_)).Times(0);
+    EXPECT_EQ(m_executor->Catalog(nullptr, nullptr, nullptr, &error), kFail);
+    ASSERT_EQ(m_connection.Sent().size(), 3u);
+    EXPECT_EQ(m_connection.Sent()[1], ToBytes(IpcBuildNetWorkerErrorResponse(1223)));
+    EXPECT_EQ(m_connection.Sent()[2], ToBytes(IpcBuildAllocationErrorResponse(0)));
+    EXPECT_EQ(m_connection.PendingIncoming(), 0u);
 }
 
 TEST_F(PipeExecutorTest, CatalogRelaysErrorAndAllocationCallbacks) {
@@ -421,6 +453,7 @@ TEST_F(PipeExecutorTest, GetFileSizeReportsAFailedLookupAsSizeZero) {
 
 TEST_F(PipeExecutorTest, GetFileSizeWithUnexpectedReplyLeavesSizeAlone) {
     m_connection.Queue(StatusReply<IpcFinishCatalog>(0));
+    m_connection.Queue(IpcBuildFinishGetFileSize(5));
     uint64_t size = 99;
     EXPECT_EQ(m_executor->GetFileSize(0, false, &size), kFail);
     EXPECT_EQ(size, 99u);
@@ -449,8 +482,11 @@ TEST_F(PipeExecutorTest, BeginAndEndExtractReturnTheHelpersStatus) {
 TEST_F(PipeExecutorTest, BeginAndEndExtractShareTheInitializeWording) {
     m_connection.Queue(StatusReply<IpcFinishEndExtract>(0));
     m_connection.Queue(StatusReply<IpcFinishBeginExtract>(0));
+    m_connection.Queue(StatusReply<IpcFinishBeginExtract>(0));
+    m_connection.Queue(StatusReply<IpcFinishEndExtract>(0));
     EXPECT_EQ(m_executor->BeginExtract(), kFail);
     EXPECT_EQ(m_executor->EndExtract(), kFail);
+    EXPECT_EQ(m_connection.PendingIncoming(), 0u);
     EXPECT_THAT(Errors(),
                 ElementsAre(L"The client was unable to initialize. Expected messageType '10'. "
                             L"Actual messageType '15'. Error: 80004005.",
@@ -568,7 +604,7 @@ TEST_F(PipeExecutorTest, ExtractFileRefusesWronglySizedQuestionsWithoutAskingThe
     EXPECT_EQ(FromBytes<IpcShouldCancel>(sent[1]).response, static_cast<uint32_t>(eQuit));
     EXPECT_EQ(FromBytes<IpcNetWorkerErrorResponse>(sent[2]).header.messageType,
               static_cast<uint32_t>(IpcTypeNetWorkerErrorResponse));
-    EXPECT_EQ(FromBytes<IpcNetWorkerErrorResponse>(sent[2]).answer, 0u);
+    EXPECT_EQ(FromBytes<IpcNetWorkerErrorResponse>(sent[2]).answer, 1223u);
     EXPECT_EQ(FromBytes<IpcAllocationErrorResponse>(sent[3]).header.messageType,
               static_cast<uint32_t>(IpcTypeAllocationErrorResponse));
     EXPECT_EQ(FromBytes<IpcAllocationErrorResponse>(sent[3]).answer, 0u);
@@ -596,14 +632,16 @@ TEST_F(PipeExecutorTest, ProgressCallbackThatThrowsAbandonsTheExtractionAndPasse
     const std::vector<Bytes>& sent = m_connection.Sent();
     ASSERT_EQ(sent.size(), 3u);
     EXPECT_EQ(FromBytes<IpcShouldCancel>(sent[1]).response, static_cast<uint32_t>(eQuit));
-    EXPECT_EQ(FromBytes<IpcNetWorkerErrorResponse>(sent[2]).answer, 0u);
+    // A full disk is refused as cancelled, so the helper keeps no file without its last block.
+    EXPECT_EQ(FromBytes<IpcNetWorkerErrorResponse>(sent[2]).answer, 1223u);
     // In step: the session goes on with the next request.
     EXPECT_EQ(m_executor->EndExtract(), 0);
 }
 
-// A file-found callback that throws: the rest of the catalogue is listed unseen ("go on"), so
-// that the helper's next catalogue is not cancelled, and the exception goes on.
-TEST_F(PipeExecutorTest, FileFoundCallbackThatThrowsListsTheRestUnseenAndPassesTheException) {
+// A file-found callback that throws: the helper is told to stop there, as the in-process
+// catalogue stops there, any further question is refused, and the exception goes on. The stop
+// ends that catalogue only.
+TEST_F(PipeExecutorTest, FileFoundCallbackThatThrowsStopsTheCatalogueAndPassesTheException) {
     m_connection.Queue(IpcMakeMessage<IpcFileFound>());
     m_connection.Queue(IpcMakeMessage<IpcFileFound>());
     m_connection.Queue(StatusReply<IpcFinishCatalog>(0));
@@ -614,8 +652,8 @@ TEST_F(PipeExecutorTest, FileFoundCallbackThatThrowsListsTheRestUnseenAndPassesT
     EXPECT_THROW(m_executor->Catalog(nullptr, nullptr, &found, nullptr), HostGone);
     const std::vector<Bytes>& sent = m_connection.Sent();
     ASSERT_EQ(sent.size(), 3u);
-    EXPECT_EQ(FromBytes<IpcShouldCancel>(sent[1]).response, static_cast<uint32_t>(eContinue));
-    EXPECT_EQ(FromBytes<IpcShouldCancel>(sent[2]).response, static_cast<uint32_t>(eContinue));
+    EXPECT_EQ(FromBytes<IpcShouldCancel>(sent[1]).response, static_cast<uint32_t>(eQuit));
+    EXPECT_EQ(FromBytes<IpcShouldCancel>(sent[2]).response, static_cast<uint32_t>(eQuit));
     EXPECT_EQ(m_connection.PendingIncoming(), 0u);
 }
 
