@@ -15,7 +15,9 @@
 //                     status, EndExtract's exception caught three ways; then a new session
 //                     restores a file
 //   progress-throws   the progress callback throws this program's own exception at its third
-//                     report; the same object extracted again in the same session
+//                     report; then, in the same session, the catalogue again, another object
+//                     without a progress callback, and the same object again
+//   progress-stops    the same with the progress callback answering "stop" at its third report
 //   filefound-throws  the file-found callback throws at the third file; the catalogue again
 
 #include "MsvcRuntime.h"
@@ -147,6 +149,7 @@ public:
     uint64_t bytes = 0;
     uint32_t reports = 0;
     uint32_t throwAt = 0;  // the report (from 1) at which to throw; 0: never
+    uint32_t stopAt = 0;   // the report (from 1) answered "stop"; 0: never
     void (*onFirstReport)() = nullptr;
 
     bool UpdateProgress(NetWorkerProgressInfo* progress) override {
@@ -158,7 +161,7 @@ public:
         if (reports == throwAt) {
             throw HostError{42};
         }
-        return false;
+        return reports == stopAt;
     }
 };
 
@@ -351,27 +354,43 @@ int HelperKilled(const wchar_t* mode, const wchar_t* directory) {
     return 0;
 }
 
-int ProgressThrows(const wchar_t* mode, const wchar_t* directory) {
+// After a fault ended one extraction: the same session lists, restores another object without a
+// progress callback, and restores the interrupted object again.
+void SessionGoesOn(Session& session, const FileFound& found, const wchar_t* directory) {
+    // A catalogue has a transaction of its own: the extraction's is ended first.
+    Print("end-extract after fault status=%d\n", session->EndExtract());
+    FileFound again;
+    const int32_t catalog = session->Catalog(nullptr, nullptr, &again, nullptr);
+    Print("catalog after status=%d files=%u first=%u\n", catalog, again.count, again.firstIndex);
+    Print("begin-extract again status=%d\n", session->BeginExtract());
+    Print("extract without progress status=%d\n",
+          session->ExtractFile(found.logIndex, directory, kLogFile, nullptr, nullptr));
+    Progress progress;
+    const int32_t status =
+        session->ExtractFile(found.databaseIndex, directory, kDatabaseFile, &progress, nullptr);
+    Print("extract again status=%d bytes=%I64u\n", status, progress.bytes);
+    Print("end-extract status=%d\n", session->EndExtract());
+}
+
+// The progress callback throws (`stop` false) or answers "stop" at its third report.
+int ProgressFault(const wchar_t* mode, const wchar_t* directory, bool stop) {
     Session session(mode, 1);
     FileFound found;
     if (!session.Ready() || !session.Start(&found)) {
         return 2;
     }
     Print("begin-extract status=%d\n", session->BeginExtract());
-    Progress throwing;
-    throwing.throwAt = 3;
+    Progress faulty;
+    (stop ? faulty.stopAt : faulty.throwAt) = 3;
     try {
-        session->ExtractFile(found.databaseIndex, directory, kDatabaseFile, &throwing, nullptr);
-        Print("no exception\n");
+        const int32_t status =
+            session->ExtractFile(found.databaseIndex, directory, kDatabaseFile, &faulty, nullptr);
+        Print("extract status=%d reports=%u\n", status, faulty.reports);
     } catch (const HostError& e) {
-        Print("caught host-error code=%d reports=%u\n", e.code, throwing.reports);
+        Print("caught host-error code=%d reports=%u\n", e.code, faulty.reports);
     }
-    Print("file after throw exists=%d\n", FileExists(directory, kDatabaseFile) ? 1 : 0);
-    Progress progress;
-    const int32_t status =
-        session->ExtractFile(found.databaseIndex, directory, kDatabaseFile, &progress, nullptr);
-    Print("extract again status=%d bytes=%I64u\n", status, progress.bytes);
-    Print("end-extract status=%d\n", session->EndExtract());
+    Print("file after fault exists=%d\n", FileExists(directory, kDatabaseFile) ? 1 : 0);
+    SessionGoesOn(session, found, directory);
     return 0;
 }
 
@@ -414,7 +433,9 @@ extern "C" void HostEntry() {
     } else if (msvcrt::WideEquals(which, L"helper-killed")) {
         result = HelperKilled(mode, directory);
     } else if (msvcrt::WideEquals(which, L"progress-throws")) {
-        result = ProgressThrows(mode, directory);
+        result = ProgressFault(mode, directory, false);
+    } else if (msvcrt::WideEquals(which, L"progress-stops")) {
+        result = ProgressFault(mode, directory, true);
     } else if (msvcrt::WideEquals(which, L"filefound-throws")) {
         result = FileFoundThrows(mode);
     } else {

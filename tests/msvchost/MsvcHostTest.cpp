@@ -413,21 +413,29 @@ protected:
         ExpectRestored(kLogObject, L"E01000A2.log");
     }
 
-    // The host's progress callback throws its own exception at the third report: the host
-    // catches it, the transfer was ended and the partial file deleted on the way, and the same
-    // object then restores whole in the same session.
-    void ExpectProgressExceptionCleanedUpAfter(const wchar_t* mode) {
+    // The host's progress callback throws its own exception (or answers "stop") at the third
+    // report: the host catches it (or gets 1223), the transfer was ended and the partial file
+    // deleted on the way, and the same session then lists everything, restores another object
+    // without a progress callback and the interrupted object whole.
+    void ExpectProgressFaultEndsOnlyThatExtraction(const wchar_t* which, const wchar_t* mode) {
         // 2 MiB at 1 MiB/s: reports 750 ms apart, so the third comes mid-transfer.
-        const HostRun run = RunCase(L"progress-throws", mode, L"throttle=1048576");
-        EXPECT_TRUE(run.Has("caught host-error code=42 reports=3")) << run.output;
-        EXPECT_TRUE(run.Has("file after throw exists=0")) << run.output;
+        const HostRun run = RunCase(which, mode, L"throttle=1048576");
+        const bool stops = std::wstring(which) == L"progress-stops";
+        EXPECT_TRUE(run.Has(stops ? "extract status=1223 reports=3"
+                                  : "caught host-error code=42 reports=3"))
+            << run.output;
+        EXPECT_TRUE(run.Has("file after fault exists=0")) << run.output;
+        EXPECT_TRUE(run.Has("catalog after status=0 files=14 first=0")) << run.output;
+        EXPECT_TRUE(run.Has("extract without progress status=0")) << run.output;
         EXPECT_TRUE(run.Has("extract again status=0 bytes=2097153")) << run.output;
         EXPECT_TRUE(run.Has("end-extract status=0")) << run.output;
         ExpectRestored(kDatabaseObject, L"Mailbox Store 2 (EX01).edb");
-        EXPECT_EQ(JournalCalls({"BSAGetObject", "BSAEndData"}),
-                  (std::vector<std::string>{"BSAGetObject rc=0", "BSAEndData rc=0",
-                                            "BSAGetObject rc=0", "BSAEndData rc=0"}));
-        EXPECT_EQ(TarnLogLinesWith("NetWorkerApiExecutor::ExtractFile", "Method End"), 2u);
+        ExpectRestored(kLogObject, L"E01000A2.log");
+        EXPECT_EQ(
+            JournalCalls({"BSAGetObject", "BSAEndData"}),
+            (std::vector<std::string>{"BSAGetObject rc=0", "BSAEndData rc=0", "BSAGetObject rc=0",
+                                      "BSAEndData rc=0", "BSAGetObject rc=0", "BSAEndData rc=0"}));
+        EXPECT_EQ(TarnLogLinesWith("NetWorkerApiExecutor::ExtractFile", "Method End"), 3u);
     }
 
     // The host's file-found callback throws at the third file: the host catches it, the
@@ -466,15 +474,23 @@ TEST_F(MsvcHostExceptions, HelperKilledDuringAnExtractionWithTheHostsLauncher) {
 }
 
 TEST_F(MsvcHostExceptions, ProgressCallbackThrowsInProcess) {
-    ExpectProgressExceptionCleanedUpAfter(L"in-process");
+    ExpectProgressFaultEndsOnlyThatExtraction(L"progress-throws", L"in-process");
 }
 
 TEST_F(MsvcHostExceptions, ProgressCallbackThrowsThroughTheHelper) {
-    ExpectProgressExceptionCleanedUpAfter(L"helper");
+    ExpectProgressFaultEndsOnlyThatExtraction(L"progress-throws", L"helper");
 }
 
 TEST_F(MsvcHostExceptions, ProgressCallbackThrowsThroughTheHelperWithTheHostsLauncher) {
-    ExpectProgressExceptionCleanedUpAfter(L"helper-launcher");
+    ExpectProgressFaultEndsOnlyThatExtraction(L"progress-throws", L"helper-launcher");
+}
+
+TEST_F(MsvcHostExceptions, ProgressStopInProcessEndsOnlyThatExtraction) {
+    ExpectProgressFaultEndsOnlyThatExtraction(L"progress-stops", L"in-process");
+}
+
+TEST_F(MsvcHostExceptions, ProgressStopThroughTheHelperEndsOnlyThatExtraction) {
+    ExpectProgressFaultEndsOnlyThatExtraction(L"progress-stops", L"helper");
 }
 
 TEST_F(MsvcHostExceptions, FileFoundCallbackThrowsInProcess) {
