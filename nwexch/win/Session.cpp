@@ -146,7 +146,10 @@ bool Session::Open(const Options& options, std::wstring* problem, int* exitCode,
                 L"could not start " + helper_process::HelperPath() + L": " + FormatStatus(status);
             return false;
         }
-        if (helper_process::EndedBeforeConnecting(m_pipeName, &exitStatus)) {
+        // A helper that answered did connect, even if it has ended since: one whose session
+        // failed to open ends right after its answer, and its status is the reason to report.
+        const bool answered = failure.empty() && status != NetWorkerStatus::PipeClosed;
+        if (!answered && helper_process::EndedBeforeConnecting(m_pipeName, &exitStatus)) {
             *problem = L"the helper program " + helper_process::HelperPath() +
                        L" ended (exit code " + std::to_wstring(exitStatus) +
                        L") before it connected";

@@ -136,8 +136,8 @@ void NetWorkerNamedPipeExecutor::AbandonConversation(uint32_t pendingType,
 }
 
 template <typename Ask>
-auto NetWorkerNamedPipeExecutor::AskHost(const wchar_t* /*method*/, uint32_t type,
-                                         uint32_t finalType, Ask&& ask) -> decltype(ask()) {
+auto NetWorkerNamedPipeExecutor::AskHost(uint32_t type, uint32_t finalType, Ask&& ask)
+    -> decltype(ask()) {
     // Runs only if the host's callback does not come back: then the helper still waits.
     ScopeExit abandon([&] { AbandonConversation(type, finalType); });
     auto answer = CallHost(ask);
@@ -145,8 +145,7 @@ auto NetWorkerNamedPipeExecutor::AskHost(const wchar_t* /*method*/, uint32_t typ
     return answer;
 }
 
-bool NetWorkerNamedPipeExecutor::AnswerErrorQuestion(const wchar_t* method, uint32_t finalType,
-                                                     const Relay& relay) {
+bool NetWorkerNamedPipeExecutor::AnswerErrorQuestion(uint32_t finalType, const Relay& relay) {
     INetWorkerErrorCallBack* error = relay.error;
     const uint32_t type = IpcReceivedType(m_buffer, m_replyLength);
     if (type == IpcTypeNetWorkerError) {
@@ -154,10 +153,10 @@ bool NetWorkerNamedPipeExecutor::AnswerErrorQuestion(const wchar_t* method, uint
         if (message == nullptr) {
             return false;
         }
-        const uint32_t answer = error != nullptr
-                                    ? AskHost(method, type, finalType,
-                                              [&] { return error->NetWorkerError(message->code); })
-                                    : 0;
+        const uint32_t answer =
+            error != nullptr
+                ? AskHost(type, finalType, [&] { return error->NetWorkerError(message->code); })
+                : 0;
         SendToHelper(IpcBuildNetWorkerErrorResponse(answer));
         return true;
     }
@@ -171,21 +170,19 @@ bool NetWorkerNamedPipeExecutor::AnswerErrorQuestion(const wchar_t* method, uint
     info.catalogueSize = message->catalogueSize;
     info.catalogueCapacity = message->catalogueCapacity;
     const uint32_t answer =
-        error != nullptr
-            ? AskHost(method, type, finalType, [&] { return error->AllocationError(&info); })
-            : 0;
+        error != nullptr ? AskHost(type, finalType, [&] { return error->AllocationError(&info); })
+                         : 0;
     SendToHelper(IpcBuildAllocationErrorResponse(answer));
     return true;
 }
 
-bool NetWorkerNamedPipeExecutor::AnswerQuestion(const wchar_t* method, uint32_t finalType,
-                                                const Relay& relay) {
+bool NetWorkerNamedPipeExecutor::AnswerQuestion(uint32_t finalType, const Relay& relay) {
     const uint32_t type = IpcReceivedType(m_buffer, m_replyLength);
     if (relay.stopQuestion == 0) {
         return false;  // this operation relays no question at all
     }
     if (type == IpcTypeNetWorkerError || type == IpcTypeAllocationError) {
-        return AnswerErrorQuestion(method, finalType, relay);
+        return AnswerErrorQuestion(finalType, relay);
     }
     if (type != relay.stopQuestion) {
         return false;
@@ -202,16 +199,15 @@ bool NetWorkerNamedPipeExecutor::AnswerQuestion(const wchar_t* method, uint32_t 
         info.size = found->size;
         info.restoreOrder = found->restoreOrder;
         INetWorkerFileFoundCallBack* fileFound = relay.fileFound;
-        stop = fileFound != nullptr && AskHost(method, type, finalType, [&] {
-                   return fileFound->NetWorkerFileFound(&info);
-               });
+        stop = fileFound != nullptr &&
+               AskHost(type, finalType, [&] { return fileFound->NetWorkerFileFound(&info); });
     } else if (const auto* update = IpcView<IpcUpdateProgress>(m_buffer, m_replyLength)) {
         NetWorkerProgressInfo info{};
         info.state = update->state;
         info.bytesDone = update->bytesDone;
         INetWorkerUpdateProgressCallBack* progress = relay.progress;
         stop = progress != nullptr &&
-               AskHost(method, type, finalType, [&] { return progress->UpdateProgress(&info); });
+               AskHost(type, finalType, [&] { return progress->UpdateProgress(&info); });
     } else {
         return false;  // the right kind, the wrong size
     }
@@ -241,7 +237,7 @@ NetWorkerNamedPipeExecutor::ConversationEnd NetWorkerNamedPipeExecutor::Converse
                                                             : ConversationEnd::UnreadableFinal;
         }
         if (IpcIsQuestion(type)) {
-            if (!AnswerQuestion(method, finalType, relay)) {
+            if (!AnswerQuestion(finalType, relay)) {
                 // The helper waits for an answer all the same: it gets a refusal, unasked.
                 logUnexpected(type);
                 SendRefusal(type);

@@ -85,14 +85,13 @@ private:
                              bool* confused);
     // Answers one question with the host's callback; false (nothing sent) when the question is
     // not one this operation relays, or cannot be read.
-    bool AnswerQuestion(const wchar_t* method, uint32_t finalType, const Relay& relay);
-    bool AnswerErrorQuestion(const wchar_t* method, uint32_t finalType, const Relay& relay);
+    bool AnswerQuestion(uint32_t finalType, const Relay& relay);
+    bool AnswerErrorQuestion(uint32_t finalType, const Relay& relay);
     // Calls the host's callback for the question of kind `type` through the host-call guard.
     // If the callback does not come back (it throws, whatever compiled it), the conversation is
     // abandoned on the way out, and the exception goes on to the host.
     template <typename Ask>
-    auto AskHost(const wchar_t* method, uint32_t type, uint32_t finalType, Ask&& ask)
-        -> decltype(ask());
+    auto AskHost(uint32_t type, uint32_t finalType, Ask&& ask) -> decltype(ask());
     // The answer to a question that the host is not asked: "stop" for a file found or a
     // progress report, 1223 (cancelled) for an error question, so that a disk-full question
     // ends the extraction without keeping its file, 0 for an allocation question.
