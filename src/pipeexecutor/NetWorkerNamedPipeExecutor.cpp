@@ -251,6 +251,23 @@ NetWorkerNamedPipeExecutor::ConversationEnd NetWorkerNamedPipeExecutor::Converse
     }
 }
 
+template <typename Final>
+int32_t NetWorkerNamedPipeExecutor::RelayedStatus(const wchar_t* method, const Relay& relay,
+                                                  bool failWhenConfused) {
+    bool confused = false;
+    switch (Converse(method, Final::kType, relay, &confused)) {
+        case ConversationEnd::PipeClosed:
+            return kStatusPipeClosed;
+        case ConversationEnd::UnreadableFinal:
+            return InvalidMessageType(method);
+        case ConversationEnd::Final:
+            break;
+    }
+    // Each message it could not use was logged as it came.
+    return confused && failWhenConfused ? kStatusFail
+                                        : IpcView<Final>(m_buffer, m_replyLength)->result;
+}
+
 template <typename Reply>
 const Reply* NetWorkerNamedPipeExecutor::AwaitReply(const wchar_t* method, int32_t* failure) {
     bool confused = false;
@@ -323,22 +340,9 @@ int32_t NetWorkerNamedPipeExecutor::Catalog(const FILETIME* timeBefore, const FI
     }
     SendToHelper(IpcBuildBeginCatalog(timeBefore, timeAfter));
 
-    Relay relay;
-    relay.stopQuestion = IpcTypeFileFound;
-    relay.fileFound = fileFound;
-    relay.error = error;
-    bool confused = false;
-    switch (Converse(kMethod, IpcTypeFinishCatalog, relay, &confused)) {
-        case ConversationEnd::PipeClosed:
-            return kStatusPipeClosed;
-        case ConversationEnd::UnreadableFinal:
-            return InvalidMessageType(kMethod);
-        case ConversationEnd::Final:
-            break;
-    }
-    // A catalogue whose conversation held a message it could not use is a failed one; each such
-    // message was logged as it came.
-    return confused ? kStatusFail : IpcView<IpcFinishCatalog>(m_buffer, m_replyLength)->result;
+    // A catalogue whose conversation held a message it could not use is a failed one.
+    return RelayedStatus<IpcFinishCatalog>(
+        kMethod, Relay{IpcTypeFileFound, fileFound, nullptr, error}, true);
 }
 
 int32_t NetWorkerNamedPipeExecutor::GetFileSize(uint32_t index, bool correctSize, uint64_t* size) {
@@ -383,23 +387,11 @@ int32_t NetWorkerNamedPipeExecutor::ExtractFile(uint32_t index, const wchar_t* d
     }
     SendToHelper(request);
 
-    Relay relay;
-    relay.stopQuestion = IpcTypeUpdateProgress;
-    relay.progress = progress;
-    relay.error = error;
     // Unlike Catalog, a message it cannot use does not fail the extraction: it is logged and
     // the helper's status stands (kept on purpose: docs/compatibility.md, "lenient
     // extraction"). A question it cannot use was refused, which the helper ends as cancelled.
-    bool confused = false;
-    switch (Converse(kMethod, IpcTypeFinishExtractFile, relay, &confused)) {
-        case ConversationEnd::PipeClosed:
-            return kStatusPipeClosed;
-        case ConversationEnd::UnreadableFinal:
-            return InvalidMessageType(kMethod);
-        case ConversationEnd::Final:
-            break;
-    }
-    return IpcView<IpcFinishExtractFile>(m_buffer, m_replyLength)->result;
+    return RelayedStatus<IpcFinishExtractFile>(
+        kMethod, Relay{IpcTypeUpdateProgress, nullptr, progress, error}, false);
 }
 
 int32_t NetWorkerNamedPipeExecutor::EndExtract() {

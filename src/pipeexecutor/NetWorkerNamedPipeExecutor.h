@@ -101,6 +101,11 @@ private:
     // (ending the transaction or the transfer, deleting an incomplete file) and waits for the
     // next request.
     void AbandonConversation(uint32_t pendingType, uint32_t finalType) noexcept;
+    // The status of Catalog's or ExtractFile's conversation: the final message's, 109 for a
+    // closed pipe, E_FAIL for a final message it cannot read, and E_FAIL when
+    // `failWhenConfused` and the conversation held a message it could not use.
+    template <typename Final>
+    int32_t RelayedStatus(const wchar_t* method, const Relay& relay, bool failWhenConfused);
     // The reply of a one-reply operation (Initialize, GetFileSize, BeginExtract, EndExtract),
     // or null with the status to return.
     template <typename Reply>
