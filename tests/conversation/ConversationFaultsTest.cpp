@@ -363,8 +363,9 @@ void CheckScenario(const Scenario& s, Checker& check) {
         CheckHelperGone(s, pipe, check);
         return;
     }
-    const Observation reference =
-        RunInProcess(s.plan, s.conditions, s.reference, s.skipInReference);
+    InProcessRun referenceRun;
+    referenceRun.skipOperation = s.skipInReference;
+    const Observation reference = RunInProcess(s.plan, s.conditions, s.reference, referenceRun);
     check.Same(pipe.files, reference.files, s.name, "the files left differ from in process");
     // After a host's callback threw, the helper's catalogue still fetches the object after the
     // one it was told to stop at, as after any "stop" answer, where the in-process catalogue
@@ -428,7 +429,9 @@ void CheckScenario(const Scenario& s, Checker& check) {
 void CheckInProcessQuit(const Plan& plan, const Observation& quit, const std::string& name,
                         Checker& check) {
     const Observation clean = RunInProcess(plan, Conditions{}, HostFault{});
-    const Observation pending = RunInProcess(plan, Conditions{}, HostFault{}, false, true);
+    InProcessRun quitBetween;
+    quitBetween.quitBeforeFollowUp = true;
+    const Observation pending = RunInProcess(plan, Conditions{}, HostFault{}, quitBetween);
     check.Expect(quit.openFiles == 0, name, "a file was left open");
     for (const auto& file : quit.files) {
         const auto found = clean.files.find(file.first);
@@ -445,8 +448,10 @@ int InProcessQuits(Checker& check) {
     for (const Plan& plan : Plans()) {
         const Observation clean = RunInProcess(plan, Conditions{}, HostFault{});
         for (size_t call = 0; call < clean.xbsaCalls.size(); ++call) {
+            InProcessRun quitInCall;
+            quitInCall.quitAtXbsaCall = static_cast<int>(call);
             CheckInProcessQuit(
-                plan, RunInProcessQuitAtCall(plan, static_cast<int>(call)),
+                plan, RunInProcess(plan, Conditions{}, HostFault{}, quitInCall),
                 plan.name + " in process quit-during-xbsa-call-" + std::to_string(call), check);
             ++scenarios;
         }

@@ -70,7 +70,6 @@ public:
         m_armed = true;
         m_calls.clear();
         m_duringCall = std::move(duringCall);
-        m_quitAtCall = -1;
     }
     void QuitAtCall(int call) { m_quitAtCall = call; }
     void Disarm() { m_armed = false; }
@@ -573,7 +572,7 @@ void RecordFiles(const FakeSystem& system, Observation* observation) {
 // ---------------------------------------------------------------------------------------------
 
 Observation RunInProcess(const Plan& plan, const Conditions& conditions, const HostFault& fault,
-                         bool skipOperation, bool quitBeforeFollowUp) {
+                         const InProcessRun& run) {
     Observation observation;
     ScriptedServer server(plan.objects, conditions);
     ScriptedMemory memory(conditions);
@@ -597,9 +596,10 @@ Observation RunInProcess(const Plan& plan, const Conditions& conditions, const H
     }
     const auto quit = [&] { CallFromSecondThread([&] { executor.Quit(); }); };
     server.Arm(quit);
+    server.QuitAtCall(run.quitAtXbsaCall);
     memory.Arm();
     host.Arm(quit);
-    if (!skipOperation) {
+    if (!run.skipOperation) {
         observation.outcome = Guarded([&] { return RunOperation(executor, plan, host); });
     }
     host.Disarm();
@@ -608,42 +608,9 @@ Observation RunInProcess(const Plan& plan, const Conditions& conditions, const H
     observation.callbacks = host.seen;
     observation.xbsaCalls = server.Calls();
     RecordFiles(system, &observation);
-    if (quitBeforeFollowUp) {
+    if (run.quitBeforeFollowUp) {
         executor.Quit();
     }
-    observation.followUp = RunFollowUp(executor, plan, system);
-    return observation;
-}
-
-// In-process runs with a Quit inside one XBSA call of the operation.
-Observation RunInProcessQuitAtCall(const Plan& plan, int call) {
-    Observation observation;
-    Conditions conditions;
-    ScriptedServer server(plan.objects, conditions);
-    FakeSystem system = MakeSystem(conditions);
-    ExecutorSeams seams;
-    seams.system = &system;
-    NetWorkerApiExecutor executor(&server, seams);
-    RecordingHost host(HostFault{}, conditions);
-    const Preamble preamble = PreambleOf(plan.operation);
-    if (plan.operation != Operation::Initialize) {
-        executor.Initialize("exchange01", "backup01");
-    }
-    if (preamble.catalog) {
-        executor.Catalog(nullptr, nullptr, &host, &host);
-    }
-    if (preamble.beginExtract) {
-        executor.BeginExtract();
-    }
-    server.Arm([&] { CallFromSecondThread([&] { executor.Quit(); }); });
-    server.QuitAtCall(call);
-    host.Arm(nullptr);
-    observation.outcome = Guarded([&] { return RunOperation(executor, plan, host); });
-    host.Disarm();
-    server.Disarm();
-    observation.callbacks = host.seen;
-    observation.xbsaCalls = server.Calls();
-    RecordFiles(system, &observation);
     observation.followUp = RunFollowUp(executor, plan, system);
     return observation;
 }

@@ -86,12 +86,16 @@ struct Observation {
     std::vector<std::string> conversation;
 };
 
+// How an in-process run differs from a plain one.
+struct InProcessRun {
+    bool skipOperation = false;       // the operation under test is not called
+    bool quitBeforeFollowUp = false;  // a Quit between the operation and the follow-up
+    int quitAtXbsaCall = -1;          // a Quit from a second thread inside that XBSA call
+};
+
 // Runs the plan in process.
 Observation RunInProcess(const Plan& plan, const Conditions& conditions, const HostFault& host,
-                         bool skipOperation = false, bool quitBeforeFollowUp = false);
-// Runs the plan in process with a Quit from a second thread during the operation's n-th XBSA
-// call.
-Observation RunInProcessQuitAtCall(const Plan& plan, int call);
+                         const InProcessRun& run = InProcessRun());
 // Runs the plan through the helper with the given faults.
 Observation RunThroughPipe(const Plan& plan, const Conditions& conditions, const HostFault& host,
                            const WireFault& wire);
