@@ -293,7 +293,14 @@ void RunExtraction(FuzzedDataProvider& input, FakeApiWrapper& wrapper, FakeSyste
         Check(system.FileExists(path) == existedBefore);
         return;
     }
-    const bool failed = threw || status < 0 || status == NetWorkerStatus::Cancelled;
+    // A host's exception after the object's data had ended leaves the file as the transfer's
+    // status did: then it is checked as a kept file below.
+    const bool keptAfterThrow = threw && !deleteFails && system.FileExists(path);
+    if (keptAfterThrow) {
+        Check(wrapper.lastGetDataRc == BSA_RC_NO_MORE_DATA);
+    }
+    const bool failed =
+        (threw && !keptAfterThrow) || status < 0 || status == NetWorkerStatus::Cancelled;
     if (failed) {
         // Not extracted completely: not left behind, unless deleting it was made to fail.
         Check(!system.FileExists(path) || deleteFails);

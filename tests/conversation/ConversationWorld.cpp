@@ -186,12 +186,16 @@ public:
     void Arm() { m_armed = true; }
     void Disarm() { m_armed = false; }
 
+    // The strings live as long as this object, as in the executor's own pool: a repeated
+    // catalogue does not free the earlier entries' strings.
     char* AllocateString(size_t bytes) override {
         if (m_armed && m_strings++ == m_conditions.stringsFailAt) {
             throw std::bad_alloc();
         }
-        return CatalogueMemory::AllocateString(bytes);
+        m_owned.emplace_back(new char[bytes]);
+        return m_owned.back().get();
     }
+    void FreeString(char*) override {}
     void Reserve(CatalogueEntries& entries, size_t count) override {
         if (m_armed && m_conditions.reserveFails) {
             throw std::bad_alloc();
@@ -203,6 +207,7 @@ private:
     Conditions m_conditions;
     bool m_armed = false;
     int m_strings = 0;
+    std::vector<std::unique_ptr<char[]>> m_owned;
 };
 
 // ---------------------------------------------------------------------------------------------

@@ -98,6 +98,7 @@ int32_t FakeApiWrapper::BSAGetObject(BSA_Handle handle, BSA_ObjectDescriptor* de
     ActAsOversized(dataBlock);
     gotObjects.push_back(*descriptor);
     m_getDataCalls = 0;
+    lastGetDataRc = -1;
     dataDelivered = 0;
     if (duringGetObject) {
         duringGetObject();
@@ -119,6 +120,7 @@ int32_t FakeApiWrapper::BSAGetData(BSA_Handle handle, BSA_DataBlock32* dataBlock
     auto scripted = getDataRcAt.find(call);
     if (scripted != getDataRcAt.end()) {
         dataBlock->numBytes = 0;
+        lastGetDataRc = scripted->second;
         return scripted->second;
     }
     const size_t room = std::min<size_t>(dataBlock->numBytes, blockLimit);
@@ -130,7 +132,8 @@ int32_t FakeApiWrapper::BSAGetData(BSA_Handle handle, BSA_DataBlock32* dataBlock
     if (forced != getDataNumBytesAt.end()) {
         dataBlock->numBytes = forced->second;
     }
-    return dataDelivered == data.size() ? BSA_RC_NO_MORE_DATA : 0;
+    lastGetDataRc = dataDelivered == data.size() ? BSA_RC_NO_MORE_DATA : 0;
+    return lastGetDataRc;
 }
 
 int32_t FakeApiWrapper::BSAEndData(BSA_Handle handle) {

@@ -52,6 +52,7 @@ public:
     // Bytes of `data` handed out since the last BSAGetObject: the object as the server ended it
     // (a scripted 18 ends it early).
     size_t dataDelivered = 0;
+    int32_t lastGetDataRc = -1;  // what the last BSAGetData returned; -1 before any
     BSA_ObjectDescriptor correctDescriptor{};
     std::string correctServer;
     std::string correctClient;
