@@ -548,11 +548,18 @@ std::vector<std::string> RunFollowUp(INetWorkerExecutor& executor, const Plan& p
                         return Hex(executor.ExtractFile(other, kDirectory,
                                                         FileNameOf(other).c_str(), &host, &host));
                     }));
+    // Without a progress callback nothing replaces a stop left over from the operation.
+    lines.push_back("extract without progress " + Guarded([&] {
+                        return Hex(
+                            executor.ExtractFile(other, kDirectory, L"again.dat", nullptr, &host));
+                    }));
     lines.push_back("end " + Guarded([&] { return Hex(executor.EndExtract()); }));
     lines.insert(lines.end(), host.seen.begin(), host.seen.end());
-    const std::wstring path = std::wstring(kDirectory) + L"\\" + FileNameOf(other);
-    lines.push_back("file " + std::string(system.FileExists(path) ? "" : "missing ") +
-                    std::to_string(system.Content(path).size()));
+    for (const std::wstring& name : {FileNameOf(other), std::wstring(L"again.dat")}) {
+        const std::wstring path = std::wstring(kDirectory) + L"\\" + name;
+        lines.push_back("file " + std::string(system.FileExists(path) ? "" : "missing ") +
+                        std::to_string(system.Content(path).size()));
+    }
     return lines;
 }
 
