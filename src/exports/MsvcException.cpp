@@ -4,7 +4,10 @@
 
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 #include <new>
+#include <set>
+#include <string>
 
 extern "C" IMAGE_DOS_HEADER __ImageBase;
 
@@ -89,13 +92,6 @@ struct ExceptionObject {
 static_assert(sizeof(ExceptionObject) == 24, "std::exception as Visual C++ lays it out");
 static_assert(offsetof(ExceptionObject, what) == 8, "std::exception's text");
 
-// One raised exception: the object first (the runtime's destructor call gets its address), then
-// the text it points to.
-struct RaisedException {
-    ExceptionObject object;
-    char text[PendingMsvcException::kTextCapacity];
-};
-
 constexpr uint32_t kBaseHasHierarchy = 0x40;  // BCD_HASPCHD
 constexpr int kTypeCount = 5;                 // as MsvcExceptionType
 
@@ -124,8 +120,9 @@ struct TypeRecords {
     BaseClassDescriptor baseDescriptors[kMaxBases];
     CatchableType catchable;  // this type as a handler sees it: the object sliced to it
     CatchableTypeArray catchableTypes;
-    ThrowInfo throwInfo;        // a raised object, freed after the last handler
-    ThrowInfo staticThrowInfo;  // the kept out-of-memory object, never freed
+    // No destructor: the object owns nothing (its text is pooled), as the runtime assumes of a
+    // copy it keeps for std::exception_ptr and destroys in its own time.
+    ThrowInfo throwInfo;
 };
 
 struct MsvcTypes {
@@ -148,8 +145,8 @@ MsvcTypes& Types() {
 
 // --- the vftable's two slots and the runtime's two calls, with this in rcx ---
 
-// Slot 0, the deleting destructor: the memory is the library's and goes with the throw (see
-// DestroyRaised), so nothing is freed here, whatever the flags.
+// Slot 0, the deleting destructor: the object owns nothing, and its storage is a frame's or the
+// runtime's, never the library's heap, so nothing is freed here, whatever the flags.
 void* DeletingDestructor(ExceptionObject* self, unsigned int) {
     return self;
 }
@@ -158,13 +155,9 @@ const char* What(const ExceptionObject* self) {
     return self->what != nullptr ? self->what : "Unknown exception";
 }
 
-// The throw information's destructor: the runtime calls it once the last handler has ended.
-void DestroyRaised(ExceptionObject* self) {
-    delete reinterpret_cast<RaisedException*>(self);
-}
-
-// The copy constructor for a handler that catches by value, as type `Index`: the copy shares
-// the text, which lives as long as the thrown object and so as long as the handler.
+// The copy constructor for a handler that catches by value, or for the runtime's own copy behind
+// std::exception_ptr, as type `Index`: the copy shares the pooled text, which outlives every
+// copy, so copies are destroyed in any order.
 template <int Index>
 ExceptionObject* CopyAs(ExceptionObject* target, const ExceptionObject* source) {
     target->vftable = reinterpret_cast<const void* const*>(&Types().records[Index].vftable[1]);
@@ -214,8 +207,26 @@ MsvcTypes::MsvcTypes() {
         r.vftable[0] = reinterpret_cast<uintptr_t>(&r.locator);
         r.vftable[1] = CodeAddress(&DeletingDestructor);
         r.vftable[2] = CodeAddress(&What);
-        r.throwInfo = ThrowInfo{0, CodeRva(&DestroyRaised), 0, Rva(&r.catchableTypes)};
-        r.staticThrowInfo = ThrowInfo{0, 0, 0, Rva(&r.catchableTypes)};
+        r.throwInfo = ThrowInfo{0, 0, 0, Rva(&r.catchableTypes)};
+    }
+}
+
+// The texts of raised exceptions, kept for the life of the process: a host may keep a copy of an
+// exception with std::exception_ptr and read its what() on any thread, long after every handler
+// has ended. Equal texts share one entry, so the pool grows only with the distinct messages
+// raised. Null when memory ran out. Neither the pool nor its lock is ever destroyed: an
+// exception may be raised while the DLL is being unloaded.
+const char* PooledText(const char* text) noexcept {
+    static std::mutex* const lock = new (std::nothrow) std::mutex;
+    static std::set<std::string>* const texts = new (std::nothrow) std::set<std::string>;
+    if (lock == nullptr || texts == nullptr) {
+        return nullptr;
+    }
+    try {
+        const std::lock_guard<std::mutex> hold(*lock);
+        return texts->insert(text).first->c_str();
+    } catch (...) {
+        return nullptr;
     }
 }
 
@@ -242,27 +253,21 @@ PendingMsvcException PendingMsvcException::Of(MsvcExceptionType type, const char
 
 void RaiseMsvcException(const PendingMsvcException& pending) {
     MsvcTypes& types = Types();
-    const ThrowInfo* throwInfo = &types.records[static_cast<int>(pending.type)].throwInfo;
-    RaisedException* raised = new (std::nothrow) RaisedException;
-    if (raised != nullptr) {
-        std::memcpy(raised->text, pending.text, sizeof raised->text);
-        raised->object =
-            ExceptionObject{reinterpret_cast<const void* const*>(
-                                &types.records[static_cast<int>(pending.type)].vftable[1]),
-                            raised->text, false};
-    } else {
-        // Memory ran out: a bad_alloc kept for the purpose, raised without a destructor.
-        static RaisedException outOfMemory{};
-        const TypeRecords& badAlloc = types.records[static_cast<int>(MsvcExceptionType::BadAlloc)];
-        raised = &outOfMemory;
-        raised->object = ExceptionObject{reinterpret_cast<const void* const*>(&badAlloc.vftable[1]),
-                                         "bad allocation", false};
-        throwInfo = &badAlloc.staticThrowInfo;
+    MsvcExceptionType type = pending.type;
+    const char* text = PooledText(pending.text);
+    if (text == nullptr) {
+        // Memory ran out: what the host gets is a bad_alloc, whose text is a literal.
+        type = MsvcExceptionType::BadAlloc;
+        text = "bad allocation";
     }
+    const TypeRecords& records = types.records[static_cast<int>(type)];
+    // On this frame, as Visual C++'s `throw` keeps its object on the throwing frame: the frame
+    // stays while the host's handlers run, and is gone only once the last of them has ended.
+    ExceptionObject object{reinterpret_cast<const void* const*>(&records.vftable[1]), text, false};
     const ULONG_PTR arguments[4] = {
         kMsvcMagic,
-        reinterpret_cast<ULONG_PTR>(&raised->object),
-        reinterpret_cast<ULONG_PTR>(throwInfo),
+        reinterpret_cast<ULONG_PTR>(&object),
+        reinterpret_cast<ULONG_PTR>(&records.throwInfo),
         reinterpret_cast<ULONG_PTR>(&__ImageBase),
     };
     RaiseException(kMsvcExceptionCode, EXCEPTION_NONCONTINUABLE, 4, arguments);

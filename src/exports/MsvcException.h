@@ -30,6 +30,8 @@ struct PendingMsvcException {
 };
 
 // Raises the exception as Visual C++'s `throw` does (0xE06D7363 with the x64 throw information
-// of this DLL). The exception object and its text live until the host's last handler for it has
-// ended; the Visual C++ runtime then frees them through the throw information's destructor.
+// of this DLL). The exception object lives on the raising frame, as a Visual C++ `throw` keeps
+// it, until the host's last handler has ended; it owns nothing, and its text lies in a pool that
+// is never freed, so a copy the host keeps with std::exception_ptr stays valid on any thread for
+// as long as the host keeps it.
 [[noreturn]] void RaiseMsvcException(const PendingMsvcException& pending);

@@ -18,6 +18,10 @@
 //                     report; then, in the same session, the catalogue again, another object
 //                     without a progress callback, and the same object again
 //   progress-stops    the same with the progress callback answering "stop" at its third report
+//   keep-exception    twenty rounds: the reversed window's exception kept with
+//                     std::exception_ptr inside the catch, other work done once the catch has
+//                     ended, a second copy made, the copies destroyed in either order and
+//                     rethrown and caught by type; the process heap validated after each round
 //   filefound-throws  the file-found callback throws at the third file; the catalogue again
 
 #include "MsvcRuntime.h"
@@ -69,6 +73,17 @@ public:
 }  // namespace std
 
 static_assert(sizeof(std::exception) == 24, "std::exception as Visual C++ lays it out");
+
+// What Visual C++'s <exception> builds std::exception_ptr on: msvcp140.dll's functions over a
+// two-pointer object.
+struct ExceptionPtr {
+    void* data[2];
+};
+__declspec(dllimport) void __ExceptionPtrCreate(void* pointer);
+__declspec(dllimport) void __ExceptionPtrDestroy(void* pointer);
+__declspec(dllimport) void __ExceptionPtrCopy(void* target, const void* source);
+__declspec(dllimport) void __ExceptionPtrCurrentException(void* pointer);
+[[noreturn]] __declspec(dllimport) void __ExceptionPtrRethrow(const void* pointer);
 
 extern "C" {
 typedef DWORD(__stdcall* ThreadStart)(void* parameter);
@@ -309,6 +324,58 @@ int ReversedWindow(const wchar_t* mode) {
     return 0;
 }
 
+// One round: the exception kept inside the catch, the catch ended, the session used, a second
+// copy made, one destroyed (which one by `firstGoesFirst`), the other rethrown and caught by
+// type. True when the kept copy still reads the library's text.
+bool KeepOneException(Session& session, bool firstGoesFirst) {
+    const FILETIME early = Day(100);
+    const FILETIME late = Day(200);
+    ExceptionPtr kept;
+    ExceptionPtr second;
+    __ExceptionPtrCreate(&kept);
+    __ExceptionPtrCreate(&second);
+    FileFound ignored;
+    try {
+        session->Catalog(&early, &late, &ignored, nullptr);
+    } catch (const std::invalid_argument&) {
+        __ExceptionPtrCurrentException(&kept);
+    }
+    // Other work once the catch has ended: the library and the simulated server allocate and
+    // write, where a freed exception object would be overwritten.
+    FileFound listed;
+    session->Catalog(nullptr, nullptr, &listed, nullptr);
+    __ExceptionPtrCopy(&second, &kept);
+    ExceptionPtr& destroyed = firstGoesFirst ? kept : second;
+    ExceptionPtr& rethrown = firstGoesFirst ? second : kept;
+    __ExceptionPtrDestroy(&destroyed);
+    bool right = false;
+    try {
+        __ExceptionPtrRethrow(&rethrown);
+    } catch (const std::invalid_argument& e) {
+        right = msvcrt::NarrowEquals(e.what(), "timeAfter cannot be later than timeBefore");
+    } catch (...) {
+    }
+    __ExceptionPtrDestroy(&rethrown);
+    return right && listed.count == 14;
+}
+
+int KeepException(const wchar_t* mode) {
+    Session session(mode, 1);
+    FileFound found;
+    if (!session.Ready() || !session.Start(&found)) {
+        return 2;
+    }
+    int right = 0;
+    int heapValid = 0;
+    const int rounds = 20;
+    for (int round = 0; round < rounds; ++round) {
+        right += KeepOneException(session, round % 2 == 0) ? 1 : 0;
+        heapValid += HeapValidate(GetProcessHeap(), 0, nullptr) ? 1 : 0;
+    }
+    Print("kept exceptions rounds=%d right=%d heap-valid=%d\n", rounds, right, heapValid);
+    return 0;
+}
+
 int HelperKilled(const wchar_t* mode, const wchar_t* directory) {
     {
         Session session(mode, 1);
@@ -434,6 +501,8 @@ extern "C" void HostEntry() {
         result = HelperKilled(mode, directory);
     } else if (msvcrt::WideEquals(which, L"progress-throws")) {
         result = ProgressFault(mode, directory, false);
+    } else if (msvcrt::WideEquals(which, L"keep-exception")) {
+        result = KeepException(mode);
     } else if (msvcrt::WideEquals(which, L"progress-stops")) {
         result = ProgressFault(mode, directory, true);
     } else if (msvcrt::WideEquals(which, L"filefound-throws")) {

@@ -61,6 +61,7 @@ __declspec(dllimport) const wchar_t* GetCommandLineW();
 __declspec(dllimport) HANDLE GetProcessHeap();
 __declspec(dllimport) void* HeapAlloc(HANDLE heap, DWORD flags, size_t size);
 __declspec(dllimport) BOOL HeapFree(HANDLE heap, DWORD flags, void* memory);
+__declspec(dllimport) BOOL HeapValidate(HANDLE heap, DWORD flags, const void* memory);
 __declspec(dllimport) DWORD GetModuleFileNameW(HANDLE module, wchar_t* name, DWORD size);
 __declspec(dllimport) DWORD
     GetEnvironmentVariableW(const wchar_t* name, wchar_t* value, DWORD size);
