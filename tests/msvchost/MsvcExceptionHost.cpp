@@ -29,6 +29,37 @@
 
 // --- what a Visual C++ host gets from its runtime and standard library ---
 
+// type_info as Visual C++'s <vcruntime_typeinfo.h> lays it out; name() undecorates through
+// vcruntime140.dll into a list that a real host links from the runtime's static part.
+struct alignas(16) __type_info_node {
+    void* header[2];
+};
+extern "C" __type_info_node __type_info_root_node = {};
+
+struct __std_type_info_data {
+    const char* undecoratedName;
+    const char decoratedName[1];
+};
+extern "C" __declspec(dllimport) const
+    char* __std_type_info_name(__std_type_info_data* data, __type_info_node* root);
+
+class type_info {
+public:
+    virtual ~type_info() noexcept;  // its vftable is nwx_type_info_vftable below
+    const char* name() const noexcept {
+        return __std_type_info_name(&m_data, &__type_info_root_node);
+    }
+    type_info(const type_info&) = delete;
+    type_info& operator=(const type_info&) = delete;
+
+private:
+    mutable __std_type_info_data m_data;
+};
+
+namespace std {
+using ::type_info;
+}
+
 // The vftable of type_info, referred to by the type descriptors of the catch clauses; a real
 // host links it from the runtime's import library.
 extern "C" const void* const nwx_type_info_vftable[2] __asm__("??_7type_info@@6B@") = {nullptr,
@@ -317,6 +348,16 @@ int ReversedWindow(const wchar_t* mode) {
         Print("no exception\n");
     } catch (...) {
         Print("caught with ellipsis\n");
+    }
+    try {
+        session->Catalog(&early, &late, &ignored, nullptr);
+        Print("no exception\n");
+    } catch (const std::exception& e) {
+        // The object's RTTI, as the runtime reads it behind typeid and dynamic_cast.
+        Print("typeid name=%s\n", typeid(e).name());
+        Print("dynamic_cast logic_error=%d runtime_error=%d\n",
+              dynamic_cast<const std::logic_error*>(&e) != nullptr ? 1 : 0,
+              dynamic_cast<const std::runtime_error*>(&e) != nullptr ? 1 : 0);
     }
     FileFound again;
     const int32_t status = session->Catalog(nullptr, nullptr, &again, nullptr);

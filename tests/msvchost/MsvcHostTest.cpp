@@ -390,6 +390,9 @@ protected:
         EXPECT_TRUE(run.Has("caught logic_error by value what=" + text)) << run.output;
         EXPECT_TRUE(run.Has("caught exception by reference what=" + text)) << run.output;
         EXPECT_TRUE(run.Has("caught with ellipsis")) << run.output;
+        // The RTTI behind the object, as typeid and dynamic_cast read it through the runtime.
+        EXPECT_TRUE(run.Has("typeid name=class std::invalid_argument")) << run.output;
+        EXPECT_TRUE(run.Has("dynamic_cast logic_error=1 runtime_error=0")) << run.output;
         EXPECT_TRUE(run.Has("catalog after status=0 files=14 first=0")) << run.output;
     }
 
