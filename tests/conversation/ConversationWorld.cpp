@@ -482,6 +482,22 @@ Preamble PreambleOf(Operation operation) {
     return preamble;
 }
 
+// The operations before the one under test, without faults: a session opened, a catalogue taken
+// and an extraction begun, as the operation needs.
+void RunPreamble(INetWorkerExecutor& executor, Operation operation) {
+    const Preamble preamble = PreambleOf(operation);
+    RecordingHost quiet(HostFault{}, Conditions{});
+    if (operation != Operation::Initialize) {
+        executor.Initialize("exchange01", "backup01");
+    }
+    if (preamble.catalog) {
+        executor.Catalog(nullptr, nullptr, &quiet, &quiet);
+    }
+    if (preamble.beginExtract) {
+        executor.BeginExtract();
+    }
+}
+
 std::string ExceptionText(const std::exception_ptr& thrown) {
     try {
         std::rethrow_exception(thrown);
@@ -595,17 +611,7 @@ Observation RunInProcess(const Plan& plan, const Conditions& conditions, const H
     NetWorkerApiExecutor executor(&server, seams);
     RecordingHost host(fault, conditions);
 
-    const Preamble preamble = PreambleOf(plan.operation);
-    RecordingHost quiet(HostFault{}, Conditions{});
-    if (plan.operation != Operation::Initialize) {
-        executor.Initialize("exchange01", "backup01");
-    }
-    if (preamble.catalog) {
-        executor.Catalog(nullptr, nullptr, &quiet, &quiet);
-    }
-    if (preamble.beginExtract) {
-        executor.BeginExtract();
-    }
+    RunPreamble(executor, plan.operation);
     const auto quit = [&] { CallFromSecondThread([&] { executor.Quit(); }); };
     server.Arm(quit);
     server.QuitAtCall(run.quitAtXbsaCall);
@@ -682,19 +688,9 @@ Observation RunThroughPipe(const Plan& plan, const Conditions& conditions, const
     std::promise<void> hostEnded;
     std::future<void> hostDone = hostEnded.get_future();
     std::thread hostThread([&] {
-        const Preamble preamble = PreambleOf(plan.operation);
-        RecordingHost quiet(HostFault{}, Conditions{});
         const auto quit = [&] { CallFromSecondThread([&] { executor.Quit(); }); };
         try {
-            if (plan.operation != Operation::Initialize) {
-                executor.Initialize("exchange01", "backup01");
-            }
-            if (preamble.catalog) {
-                executor.Catalog(nullptr, nullptr, &quiet, &quiet);
-            }
-            if (preamble.beginExtract) {
-                executor.BeginExtract();
-            }
+            RunPreamble(executor, plan.operation);
         } catch (...) {
             observation.outcome = "preamble failed: " + ExceptionText(std::current_exception());
             hostEnded.set_value();
