@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
-#include <optional>
 #include <string>
 
 #include "ExchangeObjectRules.h"
@@ -390,11 +389,10 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
     NWX_TRACE_METHOD(m_log, kMethod);
 
     std::unique_ptr<ExecutorFile> file;  // set only once this call has created the file
-    // Decided by the status when the extraction ends with one. When an exception passes (a
-    // host's callback that threw), the file is kept only if the transfer had already ended with
-    // a status that keeps it, as a "stop" answered at that point would have kept it.
-    bool keepAfterException = false;
-    std::optional<bool> keepFile;
+    // Set once the transfer ends with a status that keeps the file; when an exception passes (a
+    // host's callback that threw) after that, the file stays, as a "stop" answered at that point
+    // would have left it.
+    bool keepFile = false;
     // Both run on every way out, in this order: the file is closed and, if this call created it
     // and did not extract it completely, deleted; then the object's data is ended, also when it
     // was never opened. A file that this call did not create is never deleted: a failure before
@@ -413,7 +411,7 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
             return;
         }
         file.reset();
-        if (!keepFile.value_or(keepAfterException)) {
+        if (!keepFile) {
             DeleteExtractionFile(directory, fileName);
         }
     });
@@ -429,10 +427,9 @@ int32_t NetWorkerApiExecutor::ExtractFile(uint32_t index, const wchar_t* directo
         if (file == nullptr) {
             RaiseTarnError(m_log, NetWorkerStatus::Fail, kMethod, L"Could not Create File");
         }
-        return CopyObjectToFile(index, *file, progress, error, &keepAfterException);
+        return CopyObjectToFile(index, *file, progress, error, &keepFile);
     });
 
-    keepFile = !(status < 0 || status == NetWorkerStatus::Cancelled);
     removeIncompleteFile.RunNow();
     endData.RunNow();
     return status;

@@ -67,8 +67,8 @@ private:
     // Opens catalogue entry `index` with BSAGetObject; returns the transfer buffer's size.
     uint32_t OpenObject(uint32_t index, BSA_DataBlock32* block);
     // Opens the object and copies its data block by block into `file`, reporting progress;
-    // returns the last block's status. `keep` tells whether the file is to be kept should an
-    // exception leave from here on.
+    // returns the last block's status. Sets `keep` when the transfer ends with a status that
+    // keeps the file (neither negative nor 1223); a failure raised here leaves it false.
     int32_t CopyObjectToFile(uint32_t index, ExecutorFile& file,
                              INetWorkerUpdateProgressCallBack* progress,
                              INetWorkerErrorCallBack* error, bool* keep);
