@@ -51,18 +51,22 @@ void NetWorkerNamedPipeExecutor::SendToHelper(const Message& message) {
     IpcSend(*m_connection, message);
 }
 
-bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method) {
+bool NetWorkerNamedPipeExecutor::ReceiveIntoBuffer() {
     std::memset(m_buffer, 0, sizeof m_buffer);
     uint32_t length = kIpcMaxMessageSize;
-    if (!m_connection->Receive(m_buffer, &length)) {
+    const bool received = m_connection->Receive(m_buffer, &length);
+    m_replyLength = received ? length : 0;
+    return received;
+}
+
+bool NetWorkerNamedPipeExecutor::ReceiveReply(const wchar_t* method) {
+    if (!ReceiveIntoBuffer()) {
         m_log.get()->Error(method,
                            L"Failed to receive correctly from the pipe. Other end of pipe "
                            L"disconnected while receiving message from pipe! Error: %08lx.",
                            StatusBits(kStatusPipeClosed));
-        m_replyLength = 0;
         return false;
     }
-    m_replyLength = length;
     return true;
 }
 
@@ -117,12 +121,10 @@ void NetWorkerNamedPipeExecutor::AbandonConversation(uint32_t pendingType,
     try {
         SendRefusal(pendingType);
         for (;;) {
-            std::memset(m_buffer, 0, sizeof m_buffer);
-            uint32_t length = kIpcMaxMessageSize;
-            if (!m_connection->Receive(m_buffer, &length)) {
+            if (!ReceiveIntoBuffer()) {
                 return;
             }
-            const uint32_t type = IpcReceivedType(m_buffer, length);
+            const uint32_t type = IpcReceivedType(m_buffer, m_replyLength);
             if (type == finalType) {
                 return;
             }

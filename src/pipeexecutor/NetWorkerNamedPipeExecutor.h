@@ -73,8 +73,10 @@ private:
     // Sends one fixed-size message in one write.
     template <typename Message>
     void SendToHelper(const Message& message);
-    // Receives one reply into m_buffer (its length into m_replyLength); false (after the Error
-    // line) when the pipe closed.
+    // Zero-fills m_buffer and receives one message into it, its length into m_replyLength;
+    // false when the pipe closed.
+    bool ReceiveIntoBuffer();
+    // ReceiveIntoBuffer, with the Error line when the pipe closed.
     bool ReceiveReply(const wchar_t* method);
     // Reads the helper's messages until the final one of type `finalType`, answering every
     // question on the way: the host's callback for a readable question of this operation, a
