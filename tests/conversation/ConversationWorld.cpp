@@ -595,6 +595,41 @@ void RecordFiles(const FakeSystem& system, Observation* observation) {
     observation->openFiles = system.openFiles.size();
 }
 
+// The executor's side of a run, in either mode: the scripted server, catalogue memory and file
+// system, and the real executor over them.
+class ExecutorWorld {
+public:
+    ExecutorWorld(const Plan& plan, const Conditions& conditions)
+        : server(plan.objects, conditions),
+          memory(conditions),
+          system(MakeSystem(conditions)),
+          executor(&server, Seams()) {}
+
+    // The operation under test begins: its XBSA calls are counted and recorded (`duringCall`
+    // runs inside the one that QuitAtCall names), its memory may run out.
+    void Arm(std::function<void()> duringCall = nullptr) {
+        server.Arm(std::move(duringCall));
+        memory.Arm();
+    }
+    void Disarm() {
+        memory.Disarm();
+        server.Disarm();
+    }
+
+    ScriptedServer server;
+    ScriptedMemory memory;
+    FakeSystem system;
+    NetWorkerApiExecutor executor;
+
+private:
+    ExecutorSeams Seams() {
+        ExecutorSeams seams;
+        seams.memory = &memory;
+        seams.system = &system;
+        return seams;
+    }
+};
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -602,34 +637,27 @@ void RecordFiles(const FakeSystem& system, Observation* observation) {
 Observation RunInProcess(const Plan& plan, const Conditions& conditions, const HostFault& fault,
                          const InProcessRun& run) {
     Observation observation;
-    ScriptedServer server(plan.objects, conditions);
-    ScriptedMemory memory(conditions);
-    FakeSystem system = MakeSystem(conditions);
-    ExecutorSeams seams;
-    seams.memory = &memory;
-    seams.system = &system;
-    NetWorkerApiExecutor executor(&server, seams);
+    ExecutorWorld world(plan, conditions);
+    NetWorkerApiExecutor& executor = world.executor;
     RecordingHost host(fault, conditions);
 
     RunPreamble(executor, plan.operation);
     const auto quit = [&] { CallFromSecondThread([&] { executor.Quit(); }); };
-    server.Arm(quit);
-    server.QuitAtCall(run.quitAtXbsaCall);
-    memory.Arm();
+    world.Arm(quit);
+    world.server.QuitAtCall(run.quitAtXbsaCall);
     host.Arm(quit);
     if (!run.skipOperation) {
         observation.outcome = Guarded([&] { return RunOperation(executor, plan, host); });
     }
     host.Disarm();
-    memory.Disarm();
-    server.Disarm();
+    world.Disarm();
     observation.callbacks = host.seen;
-    observation.xbsaCalls = server.Calls();
-    RecordFiles(system, &observation);
+    observation.xbsaCalls = world.server.Calls();
+    RecordFiles(world.system, &observation);
     if (run.quitBeforeFollowUp) {
         executor.Quit();
     }
-    observation.followUp = RunFollowUp(executor, plan, system);
+    observation.followUp = RunFollowUp(executor, plan, world.system);
     return observation;
 }
 
@@ -654,14 +682,8 @@ Observation RunThroughPipe(const Plan& plan, const Conditions& conditions, const
     FaultyEnd hostEnd(pipe.ServerEnd(), injector, true);
     FaultyEnd helperEnd(pipe.ClientEnd(), injector, false);
 
-    ScriptedServer server(plan.objects, conditions);
-    ScriptedMemory memory(conditions);
-    FakeSystem system = MakeSystem(conditions);
-    ExecutorSeams seams;
-    seams.memory = &memory;
-    seams.system = &system;
-    NetWorkerApiExecutor helperExecutor(&server, seams);
-    WatchedExecutor watched(helperExecutor);
+    ExecutorWorld world(plan, conditions);
+    WatchedExecutor watched(world.executor);
     RecordingLog helperLog(L"NetWorker64BitClient");
     helperLog.SetLevel(LogLevelError);
 
@@ -696,8 +718,7 @@ Observation RunThroughPipe(const Plan& plan, const Conditions& conditions, const
             hostEnded.set_value();
             return;
         }
-        server.Arm(nullptr);
-        memory.Arm();
+        world.Arm();
         host.Arm(quit);
         injector.Arm(quit);
         observation.outcome = Guarded([&] { return RunOperation(executor, plan, host); });
@@ -714,12 +735,11 @@ Observation RunThroughPipe(const Plan& plan, const Conditions& conditions, const
                                 observation.stepProblem.empty() &&
                                 wire.kind != WireFault::Kind::HelperDies;
         if (helperIdle) {
-            memory.Disarm();
-            server.Disarm();
+            world.Disarm();
             // The helper waits for the next request: its files are the operation's result.
-            RecordFiles(system, &observation);
+            RecordFiles(world.system, &observation);
             filesRecorded = true;
-            observation.followUp = RunFollowUp(executor, plan, system);
+            observation.followUp = RunFollowUp(executor, plan, world.system);
         }
         hostEnded.set_value();
     });
@@ -736,13 +756,12 @@ Observation RunThroughPipe(const Plan& plan, const Conditions& conditions, const
     }
     hostThread.join();
     helper.join();
-    memory.Disarm();
-    server.Disarm();
+    world.Disarm();
     observation.callbacks = host.seen;
-    observation.xbsaCalls = server.Calls();
+    observation.xbsaCalls = world.server.Calls();
     observation.conversation = injector.Conversation();
     if (!filesRecorded) {
-        RecordFiles(system, &observation);  // what the helper left when its host went
+        RecordFiles(world.system, &observation);  // what the helper left when its host went
     }
     return observation;
 }
